@@ -1,0 +1,66 @@
+// The base of every stimulus: one line of the stimulus file becomes one stim.
+// It holds what every trial has in common, parses the line's key=value
+// attributes and writes the base results line. The block drives stimuli only
+// through the virtual operations, declared here in their fixed slot order.
+#pragma once
+#include <cstdint>
+
+long stim_minreak();
+void stim_minreak(long ms);
+long stim_maxreak();
+void stim_maxreak(long ms);
+
+class stim {
+ public:
+  stim();
+  stim(unsigned nummer, const char* datei, const char* uv, unsigned trigger, int kritisch, long t0, long t1);
+  stim(const char* line, int& err);
+  stim(const stim&) = delete;
+  stim& operator=(const stim&) = delete;
+
+  // Tokenises line and offers every token to set(); 0, the first non-zero
+  // result of set(), or -1 for a "uv="/"extra=" value that cannot be read.
+  int _stim(const char* line);
+
+  virtual int set(const char* token);
+  virtual long pstime() const;
+  virtual long showtime() const;
+  virtual long fadetime() const;
+  virtual long hidetime() const;
+  virtual int skip();
+  virtual int prepare();
+  virtual int cleanup();
+  virtual int preshow();
+  virtual int show();
+  virtual int playing() const;
+  virtual int hide();
+  virtual int richtig();
+  virtual int falsch();
+  virtual int auslassung();
+  virtual int speichern() const;
+  virtual int idle();
+  virtual int send_trigger() const;
+  virtual int reaktion_trigger() const;
+  virtual int send_trigger(unsigned char v) const;
+  virtual int with_trigger() const;
+  virtual int wait_trigger(long& t);
+  virtual int with_reaktion() const;
+  virtual long minreak() const;
+  virtual long maxreak() const;
+  virtual void info() const;
+  virtual ~stim();
+
+  uint32_t nummer;
+  char* datei;
+  char* uv;
+  uint32_t trigger;
+  int32_t kritisch;
+  int32_t reaktion;
+  long t0;
+  long t1;
+  long reakzeit;
+  int shown;
+};
+
+// Replaces field by a heap copy of text (null stays null).
+void stim_assign(char*& field, const char* text);

@@ -1,0 +1,364 @@
+#include "engine/stimuli.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <initializer_list>
+#include <new>
+
+#include "engine/stim.h"
+#include "engine/stimfile.h"
+#include "platform/timer.h"
+#include "screens/info.h"
+#include "services/config.h"
+#include "services/log.h"
+
+namespace {
+const int kMaxStimuli = 3000;
+
+int next_block_ = 0;
+int* order_ = nullptr;
+bool exit_registered_ = false;
+
+int fail(int err, const char* text) {
+  errno = err;
+  alleg_perror(text);
+  return -1;
+}
+}  // namespace
+
+int aktionen_sort(const void* pa, const void* pb) {
+  const aktion* a = static_cast<const aktion*>(pa);
+  const aktion* b = static_cast<const aktion*>(pb);
+  const long da = a->showtime(), db = b->showtime();
+  if (da != db) return da < db ? -1 : 1;
+  return (a->type > b->type) - (a->type < b->type);
+}
+
+stimuli::stimuli()
+    : count_(0), stims_(nullptr), kritisch_{nullptr, 0}, fang_{nullptr, 0}, nicht_kr_{nullptr, 0},
+      last_reacted_(nullptr), last_reaction_time_(0), aktionen_(nullptr), n_aktionen_(0) {}
+
+stimuli::stimuli(int n, int& err) : stimuli() { err = _stimuli(n); }
+stimuli::stimuli(int n, char** lines, int& err) : stimuli() { err = _stimuli(n, lines); }
+stimuli::stimuli(int block, const char* name, int& err) : stimuli() { err = _stimuli(block, name); }
+stimuli::stimuli(int& err) : stimuli() { err = _stimuli("dummy"); }
+
+stimuli::~stimuli() {
+  for (int i = 0; i < count_; ++i) delete stims_[i];
+  delete[] stims_;
+  delete[] aktionen_;
+}
+
+int stimuli::_stimuli() {
+  count_ = 0;
+  stims_ = nullptr;
+  return 0;
+}
+
+int stimuli::_stimuli(int n) {
+  if (n < 0) n = 0;
+  stims_ = new (std::nothrow) stim*[n > 0 ? n : 1]();
+  if (!stims_) return fail(ENOMEM, "stims*");
+  count_ = n;
+  return 0;
+}
+
+int stimuli::_stimuli(int n, char** lines) {
+  if (_stimuli(n) != 0) return -1;
+  for (int i = 0; i < n; ++i) {
+    const char* line = lines ? lines[i] : nullptr;
+    if (!line || !*line || strcmp(line, "\n") == 0) return fail(EINVAL, line ? line : "---");
+    stim* s = _stimulus(line);
+    if (!s) {
+      alleg_perror(line);
+      return -1;
+    }
+    stims_[i] = s;
+  }
+  return 0;
+}
+
+int stimuli::_stimuli(int block, const char*) {
+  const int blocks = stimfile_anzahl();
+  if (blocks > 0 && block >= blocks) return fail(ENOMEM, "stimuli/aindex");
+  if (block < 0 || block >= blocks) return fail(EACCES, "stimuli*");
+  const int n = stimfile_index(block);
+  if (n > kMaxStimuli) return fail(ENOMEM, "stimuli/aanzahl");
+  if (n == 0) return fail(EACCES, "stimuli*");
+  // The stimuli parse their own copies; the store stays untouched.
+  char** lines = new (std::nothrow) char*[n]();
+  if (!lines) return fail(ENOMEM, "stimuli*");
+  int r = 0;
+  for (int i = 0; i < n && r == 0; ++i)
+    if (!(lines[i] = strdup(stimfile_lines(block, i)))) r = fail(ENOMEM, "stimuli*");
+  if (r == 0) r = _stimuli(n, lines);
+  for (int i = 0; i < n; ++i) free(lines[i]);
+  delete[] lines;
+  return r;
+}
+
+int stimuli::_stimuli(const char* name) {
+  if (next_block_ >= stimfile_anzahl()) return fail(EINVAL, "stimulus index overflow");
+  const int block = order_ ? order_[next_block_] : next_block_;
+  ++next_block_;
+  return _stimuli(block, name);
+}
+
+stim* stimuli::stimulus(int i) { return i >= 0 && i < count_ ? stims_[i] : nullptr; }
+
+int stimuli::stimulus(int i, stim* s) {
+  if (i < 0 || i >= count_) return -1;
+  stims_[i] = s;
+  return 0;
+}
+
+int stimuli::prepare() {
+  for (int i = 0; i < count_; ++i)
+    if (stims_[i] && stims_[i]->prepare() != 0) return 1;
+  return 0;
+}
+
+int stimuli::show() {
+  int sum = 0;
+  for (int i = 0; i < count_; ++i)
+    if (stims_[i]) sum += stims_[i]->show();
+  return sum;
+}
+
+int stimuli::hide() {
+  int sum = 0;
+  for (int i = 0; i < count_; ++i)
+    if (stims_[i]) sum += stims_[i]->hide();
+  return sum;
+}
+
+int stimuli::cleanup() {
+  int sum = 0;
+  for (int i = 0; i < count_; ++i)
+    if (stims_[i]) sum += stims_[i]->cleanup();
+  return sum;
+}
+
+int stimuli::speichern() const {
+  int sum = 0;
+  for (int i = 0; i < count_; ++i)
+    if (stims_[i]) sum += stims_[i]->speichern();
+  return sum;
+}
+
+void stimuli::info() const {
+  for (int i = 0; i < count_; ++i)
+    if (stims_[i]) stims_[i]->info();
+}
+
+void stimuli::clear_tracking() {
+  kritisch_ = fang_ = nicht_kr_ = slot{nullptr, 0};
+  last_reacted_ = nullptr;
+  last_reaction_time_ = 0;
+}
+
+int stimuli::build_schedule(long start) {
+  delete[] aktionen_;
+  n_aktionen_ = 0;
+  aktionen_ = new (std::nothrow) aktion[3 * static_cast<size_t>(count_) + 1];
+  if (!aktionen_) return fail(ENOMEM, "aktionen*");
+  for (int i = 0; i < count_; ++i) {
+    stim* s = stims_[i];
+    if (!s || s->skip()) continue;
+    aktionen_[n_aktionen_++].set(i, aktion::PRESHOW, start + s->t0 - s->pstime(), 0);
+    aktionen_[n_aktionen_++].set(i, aktion::SHOW, start + s->t0, s->showtime());
+    if (s->t1 != 0 && s->with_trigger() == 0)
+      aktionen_[n_aktionen_++].set(i, aktion::HIDE, start + s->t0 + s->t1, s->hidetime());
+  }
+  qsort(aktionen_, static_cast<size_t>(n_aktionen_), sizeof(aktion), aktionen_sort);
+  return 0;
+}
+
+const aktion* stimuli::schedule(long start, int& n) {
+  n = 0;
+  if (!stims_ || build_schedule(start) != 0) return nullptr;
+  n = n_aktionen_;
+  return aktionen_;
+}
+
+int stimuli::run(long start) {
+  if (!stims_) {
+    errno = EINVAL;
+    return -1;
+  }
+  clear_tracking();
+  if (start == -1) start = alleg_get_timer();
+  if (count_ > 0 && stims_[0] && stims_[0]->with_trigger() && stims_[0]->wait_trigger(start) != 0) return -1;
+  if (build_schedule(start) != 0) return -1;
+  if (n_aktionen_ == 0) return 0;
+
+  int r = 0;
+  for (int k = 0; k < n_aktionen_ && r == 0; ++k) {
+    const aktion& a = aktionen_[k];
+    stim* s = stims_[a.index];
+    const long due = a.showtime();
+    const long slack = a.type == aktion::SHOW ? s->pstime() : 0;
+    const bool last_hide = k == n_aktionen_ - 1 && a.type == aktion::HIDE;
+    long late = alleg_get_timer() - due;
+    while (slack + late < 0) {
+      if (idle() != 0) {
+        // Trials not yet reacted to are neither evaluated nor saved.
+        for (int j = k; j < n_aktionen_; ++j) {
+          stim* u = stims_[aktionen_[j].index];
+          if (u->reaktion == 0) u->kritisch = -1;
+        }
+        return -1;
+      }
+      const long now = alleg_get_timer();
+      if (last_hide && s->fadetime() != 0 && s->reaktion >= 1 && s->t1 >= 1 &&
+          now > kritisch_.onset + s->reakzeit + s->fadetime())
+        break;
+      late = now - due;
+    }
+    while (alleg_get_timer() < due) {
+    }
+    switch (a.type) {
+      case aktion::SHOW: {
+        late = alleg_get_timer() - due;
+        if (late > alleg_toler() && s->t0 != 0) {
+          alleg_warning("Sorry, %d ms too late", static_cast<int>(late));
+          s->info();
+        }
+        if (s->show() != 0) return -1;
+        const long onset = alleg_get_timer() + s->showtime();
+        if (s->kritisch > 0) kritisch_ = {s, onset};
+        else if (s->kritisch == 0) fang_ = {s, onset};
+        else nicht_kr_ = {s, onset};
+        break;
+      }
+      case aktion::PRESHOW:
+        r = s->preshow();
+        break;
+      default:
+        r = s->hide();
+        break;
+    }
+  }
+
+  // Wait out the open reaction windows; a poll may empty the slot.
+  for (slot* sl : {&kritisch_, &fang_}) {
+    while (r == 0 && sl->s && sl->s->reaktion == 0 && alleg_get_timer() < sl->onset + sl->s->maxreak())
+      r = idle();
+  }
+
+  for (int i = 0; i < count_; ++i) {
+    stim* s = stims_[i];
+    if (!s || !s->with_reaktion()) continue;
+    int (stim::*hook)() = nullptr;
+    int (*count)() = nullptr;
+    if (s->kritisch != 0 && s->reaktion == s->kritisch) {
+      hook = &stim::richtig;
+      count = info_richtig;
+    } else if (s->kritisch != 0 && s->reaktion != 0) {
+      hook = &stim::falsch;
+      count = info_fehler;
+    } else if (s->kritisch == 0 && s->reaktion > 0) {
+      hook = &stim::falsch;
+      count = info_fehler;
+    } else if (s->kritisch != 0 && s->reaktion == 0) {
+      hook = &stim::auslassung;
+      count = info_auslassung;
+    }
+    if (!hook) continue;
+    if (r != 0 || (s->*hook)() != 0 || count() != 0) r = 1;
+    if (r != 0) break;
+  }
+
+  const long end = alleg_get_timer() + 100;
+  while (alleg_get_timer() < end) {
+  }
+  if (idle() != 0) r = -1;
+  return r;
+}
+
+int stimuli::offer(slot& sl, int& key, long time) {
+  if (!sl.s) return 0;
+  stim* s = sl.s;
+  const long rt = time - sl.onset;
+  if (rt > s->maxreak()) {
+    sl = slot{nullptr, 0};
+    return 0;
+  }
+  if (key == 0) return s->idle();
+  if (rt > s->minreak() && s->reaktion == 0) {
+    s->reaktion = key;
+    s->reakzeit = rt;
+    s->reaktion_trigger();
+    last_reacted_ = s;
+    last_reaction_time_ = alleg_get_timer();
+    key = 0;
+  }
+  return s->idle();
+}
+
+int stimuli::idle_mit_reak(int& key, long time) { return offer(kritisch_, key, time); }
+int stimuli::idle_ohne_reak(int& key, long time) { return offer(fang_, key, time); }
+int stimuli::idle_nicht_kr(int& key, long time) { return offer(nicht_kr_, key, time); }
+
+// One polling step. Without a reaction-key layer there is no press to
+// offer: the slots only see the time pass, so windows close on schedule.
+int stimuli::idle() {
+  int key = 0;
+  const long time = alleg_get_timer();
+  if (idle_mit_reak(key, time) || idle_ohne_reak(key, time) || idle_nicht_kr(key, time)) return -1;
+  return 0;
+}
+
+void zufallsfolge(int n, int* out) {
+  if (n <= 0 || !out) return;
+  for (int i = 0; i < n; ++i) out[i] = ~rand();
+  for (int k = 0; k < n; ++k) {
+    int best = -1;
+    for (int i = 0; i < n; ++i)
+      if (out[i] < 3000000 && (best < 0 || out[i] < out[best])) best = i;
+    if (best < 0) break;
+    out[best] = k;
+  }
+}
+
+int stimuli_zufall_init() {
+  const int blocks = stimfile_anzahl();
+  int* order = new (std::nothrow) int[blocks > 0 ? blocks : 1];
+  if (!order) {
+    errno = ENOMEM;
+    return -1;
+  }
+  order[0] = 0;
+  if (blocks > 1) {
+    zufallsfolge(blocks - 1, order + 1);
+    for (int i = 1; i < blocks; ++i) order[i] += 1;
+  }
+  delete[] order_;
+  order_ = order;
+  if (!exit_registered_) {
+    atexit(stimuli_exit);
+    exit_registered_ = true;
+  }
+  return 0;
+}
+
+void stimuli_exit() {
+  delete[] order_;
+  order_ = nullptr;
+  alleg_message("stimuli finished (2nd time)");
+  alleg_logflush();
+}
+
+int zufall_init() {
+  const int seed = config_int("random seed", 0);
+  srand(seed ? static_cast<unsigned>(seed) : static_cast<unsigned>(clock()));
+  return 0;
+}
+
+void stimuli_reset_order() {
+  next_block_ = 0;
+  delete[] order_;
+  order_ = nullptr;
+}

@@ -1,0 +1,90 @@
+// One block of trials: the stimuli built from one block of the stimulus
+// file, their collective operations, and the time-sorted action list that
+// run() walks against the test clock.
+#pragma once
+
+class stim;
+
+// One scheduled action: due at time - correction on the test clock (ms).
+struct aktion {
+  enum { PRESHOW = 1, SHOW = 2, HIDE = 3 };
+  int index;
+  int type;
+  long time;
+  long correction;
+  void set(int index_, int type_, long time_, long correction_) {
+    index = index_;
+    type = type_;
+    time = time_;
+    correction = correction_;
+  }
+  long showtime() const { return time - correction; }
+};
+
+// Earlier due time first; at equal due times preshow, then show, then hide.
+int aktionen_sort(const void* a, const void* b);
+
+class stimuli {
+ public:
+  stimuli();
+  stimuli(int n, int& err);
+  stimuli(int n, char** lines, int& err);
+  stimuli(int block, const char* name, int& err);
+  explicit stimuli(int& err);
+  stimuli(const stimuli&) = delete;
+  stimuli& operator=(const stimuli&) = delete;
+  virtual ~stimuli();
+
+  int _stimuli();
+  int _stimuli(int n);
+  int _stimuli(int n, char** lines);
+  int _stimuli(int block, const char* name);
+  int _stimuli(const char* name);
+
+  virtual int prepare();
+  virtual int show();
+  virtual int hide();
+  virtual int cleanup();
+  virtual int speichern() const;
+  virtual int run(long start);
+  virtual int idle();
+  virtual int idle_mit_reak(int& key, long time);
+  virtual int idle_ohne_reak(int& key, long time);
+  virtual int idle_nicht_kr(int& key, long time);
+  virtual void info() const;
+
+  stim* stimulus(int i);
+  int stimulus(int i, stim* s);
+  int anzahl() const { return count_; }
+
+  // The schedule run() would walk from start (ms), sorted; n receives its
+  // length. The array is owned by the block until the next call.
+  const aktion* schedule(long start, int& n);
+
+ protected:
+  // A tracked trial: the last shown stimulus of its kind and its onset.
+  struct slot {
+    stim* s;
+    long onset;
+  };
+  int offer(slot& sl, int& key, long time);
+  void clear_tracking();
+  int build_schedule(long start);
+
+  int count_;
+  stim** stims_;
+  slot kritisch_;
+  slot fang_;
+  slot nicht_kr_;
+  stim* last_reacted_;
+  long last_reaction_time_;
+  aktion* aktionen_;
+  int n_aktionen_;
+};
+
+int stimuli_zufall_init();
+void stimuli_exit();
+void zufallsfolge(int n, int* out);
+int zufall_init();
+// Puts the next-block index and the permutation back to their start (tests).
+void stimuli_reset_order();

@@ -1,0 +1,140 @@
+#include "platform/timer.h"
+
+#include <atomic>
+#include <ctime>
+
+#include "services/log.h"
+
+namespace {
+// Shared with the timer thread without locks; relaxed atomics keep each
+// access whole and cost nothing more than a plain load or store on x86.
+std::atomic<int32_t> ticks_{0};
+std::atomic<int> running_{0};
+std::atomic<uint64_t> stamp_{0};
+// Odd while the callback updates count and stamp (a sequence lock).
+std::atomic<uint32_t> seq_{0};
+
+unsigned long long tics_per_s_ = 0;
+uint64_t tics_per_ms_ = 0;
+uint64_t tics_per_us_ = 0;
+
+int refresh_rate_ = 60;
+double refresh_time_ = 1000.0 / 60;
+int toler_ = 10;
+
+uint64_t system_counter() {
+  timespec ts;
+  if (clock_gettime(CLOCK_MONOTONIC_RAW, &ts) != 0) return 0;
+  return static_cast<uint64_t>(ts.tv_sec) * 1000000000ull + static_cast<uint64_t>(ts.tv_nsec);
+}
+
+uint64_t (*counter_)() = system_counter;
+
+// A consistent pair of tick count and stamp: a new count with an old stamp
+// (or the reverse) would make the clock step back by up to a millisecond.
+void snapshot(int32_t& ticks, uint64_t& stamp) {
+  for (;;) {
+    const uint32_t before = seq_.load(std::memory_order_acquire);
+    ticks = ticks_.load(std::memory_order_acquire);
+    stamp = stamp_.load(std::memory_order_acquire);
+    std::atomic_thread_fence(std::memory_order_acquire);
+    if (!(before & 1u) && seq_.load(std::memory_order_relaxed) == before) return;
+  }
+}
+}  // namespace
+
+uint64_t alleg_timer_rdtsc() { return counter_(); }
+
+void alleg_timer_handler() {
+  if (!running_.load(std::memory_order_relaxed)) return;
+  const uint64_t now = alleg_timer_rdtsc();
+  seq_.fetch_add(1, std::memory_order_acq_rel);
+  ticks_.store(ticks_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+  stamp_.store(now, std::memory_order_release);
+  seq_.fetch_add(1, std::memory_order_release);
+}
+
+void alleg_timer_start() {
+  running_.store(1);
+  stamp_.store(alleg_timer_rdtsc());
+}
+
+int alleg_rdtsc_init() {
+  const uint64_t t0 = alleg_timer_rdtsc();
+  alleg_rest(1000);
+  alleg_timer_frequency(alleg_timer_rdtsc() - t0);
+  alleg_message("rdtsc: %Lu tics/s", tics_per_s_);
+  alleg_message("rdtsc: %Lu tics/ms", static_cast<unsigned long long>(tics_per_ms_));
+  alleg_message("rdtsc: %Lu tics/us", static_cast<unsigned long long>(tics_per_us_));
+  return 0;
+}
+
+void alleg_timer_frequency(unsigned long long tics_per_s) {
+  tics_per_s_ = tics_per_s;
+  tics_per_ms_ = tics_per_s / 1000;
+  tics_per_us_ = tics_per_ms_ / 1000;
+}
+
+long alleg_get_timer() {
+  int32_t ticks;
+  uint64_t stamp;
+  snapshot(ticks, stamp);
+  long t = ticks;
+  if (tics_per_s_ && stamp && tics_per_ms_) {
+    const uint64_t d = (alleg_timer_rdtsc() - stamp) / tics_per_ms_;
+    if (d <= 19) t += static_cast<long>(d);
+  }
+  return t;
+}
+
+unsigned long long alleg_get_utimer() {
+  int32_t ticks;
+  uint64_t stamp;
+  snapshot(ticks, stamp);
+  unsigned long long t = static_cast<unsigned long long>(static_cast<int64_t>(ticks)) * 1000ull;
+  if (tics_per_s_ && stamp && tics_per_us_) t += (alleg_timer_rdtsc() - stamp) / tics_per_us_;
+  return t;
+}
+
+void alleg_timer_stop() { running_.store(0); }
+
+void alleg_timer_cont() {
+  stamp_.store(alleg_timer_rdtsc());
+  running_.store(1);
+}
+
+void alleg_rest(long ms) {
+  const long end = alleg_get_timer() + ms;
+  while (alleg_get_timer() < end) {
+  }
+}
+
+int alleg_urest(unsigned long long us) {
+  const unsigned long long end = alleg_get_utimer() + us;
+  while (alleg_get_utimer() < end) {
+  }
+  return 0;
+}
+
+int alleg_refresh_rate() { return refresh_rate_; }
+void alleg_refresh_rate(int hz) {
+  refresh_rate_ = hz;
+  refresh_time_ = 1000.0 / hz;
+}
+double alleg_refresh_time() { return refresh_time_; }
+int alleg_toler() { return toler_; }
+void alleg_toler(int t) { toler_ = t; }
+unsigned long long alleg_tics_per_s() { return tics_per_s_; }
+
+void alleg_timer_counter(uint64_t (*counter)()) { counter_ = counter ? counter : system_counter; }
+
+void alleg_timer_reset() {
+  running_.store(0);
+  ticks_.store(0);
+  stamp_.store(0);
+  seq_.store(0);
+  alleg_timer_frequency(0);
+  counter_ = system_counter;
+  alleg_refresh_rate(60);
+  toler_ = 10;
+}

@@ -1,0 +1,33 @@
+// The test clock: milliseconds counted by a 1 ms callback, refined between
+// ticks by a high-resolution counter (CLOCK_MONOTONIC_RAW, ns). All waiting
+// is spinning; nothing here sleeps. Stopping the clock freezes it.
+#pragma once
+#include <cstdint>
+
+uint64_t alleg_timer_rdtsc();
+// Measures the counter against one second of callback ticks and logs it.
+int alleg_rdtsc_init();
+// The 1 ms callback; never called by program code.
+void alleg_timer_handler();
+// Sets the running flag and stamps the last tick: the clock starts.
+void alleg_timer_start();
+
+long alleg_get_timer();
+unsigned long long alleg_get_utimer();
+void alleg_timer_stop();
+void alleg_timer_cont();
+void alleg_rest(long ms);
+int alleg_urest(unsigned long long us);
+
+int alleg_refresh_rate();
+void alleg_refresh_rate(int hz);
+double alleg_refresh_time();
+int alleg_toler();
+void alleg_toler(int t);
+unsigned long long alleg_tics_per_s();
+
+// Test seams: replace the counter, set the frequency without measuring, and
+// put the clock back to its state before start-up.
+void alleg_timer_counter(uint64_t (*counter)());
+void alleg_timer_frequency(unsigned long long tics_per_s);
+void alleg_timer_reset();

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build, the demo and the tests need.
+# Idempotent: packages already installed are not touched.
+set -euo pipefail
+pkgs=(
+  build-essential cmake pkg-config
+  liballegro4-dev libfreetype-dev libfontconfig-dev fonts-liberation
+  libx11-dev libxext-dev libxtst-dev libxrandr-dev
+  libgtest-dev libgmock-dev
+  xvfb xauth xdotool x11-utils alsa-utils sox
+)
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+echo "installing: ${missing[*]}"
+SUDO=""
+[ "$(id -u)" -ne 0 ] && SUDO="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"

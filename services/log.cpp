@@ -1,0 +1,104 @@
+#include "services/log.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/timer.h"
+#include "services/argument.h"
+#include "services/files.h"
+
+namespace {
+
+FILE* stream_ = nullptr;  // null: standard error
+char log_name_[255];
+
+FILE* out() { return stream_ ? stream_ : stderr; }
+
+const char* text_or_null(const char* s) { return s ? s : "(null)"; }
+
+const int kFormatted = 1000;
+
+// Formats into a buffer of at most 999 characters; a longer text is cut.
+__attribute__((format(printf, 2, 3))) void format(char (&buf)[kFormatted], const char* fmt, ...) {
+  va_list ap;
+  va_start(ap, fmt);
+  vsnprintf(buf, sizeof buf, fmt ? fmt : "(null)", ap);
+  va_end(ap);
+}
+
+void line(const char* prefix, const char* text) {
+  // A null text still gives a line: "%s" of null prints "(null)".
+  fprintf(out(), "%s%ld: %s\n", prefix, alleg_get_timer(), text_or_null(text));
+}
+
+}  // namespace
+
+FILE* log_stream() { return out(); }
+
+int log_init() {
+  char def[255];
+  argument_progname(def, sizeof def, "log");
+  const char* name = argument_get("log", def, "Using %s as log file\n");
+  snprintf(log_name_, sizeof log_name_, "%s", name);
+  if (const char* mapped = files_get(log_name_)) snprintf(log_name_, sizeof log_name_, "%s", mapped);
+  FILE* f = fopen(log_name_, "w");
+  if (!f) return 0;
+  if (stream_) fclose(stream_);
+  stream_ = f;
+  atexit(log_done);
+  return 0;
+}
+
+void log_done() {
+  if (!stream_) return;
+  fflush(stream_);
+  fclose(stream_);
+  stream_ = nullptr;
+}
+
+void alleg_logflush() { fflush(out()); }
+
+void alleg_message(const char* text) { line("", text); }
+void alleg_warning(const char* text) { line("warning: ", text); }
+void alleg_error(const char* text) { line("error: ", text); }
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+
+#define LOG_FORMATTED(level, ...)   \
+  do {                              \
+    char buf[kFormatted];           \
+    format(buf, __VA_ARGS__);       \
+    level(static_cast<const char*>(buf)); \
+  } while (0)
+
+void alleg_message(const char* fmt, int a) { LOG_FORMATTED(alleg_message, fmt, a); }
+void alleg_message(const char* fmt, long a) { LOG_FORMATTED(alleg_message, fmt, a); }
+void alleg_message(const char* fmt, double a) { LOG_FORMATTED(alleg_message, fmt, a); }
+void alleg_message(const char* fmt, unsigned long long a) { LOG_FORMATTED(alleg_message, fmt, a); }
+void alleg_message(const char* fmt, int a, int b) { LOG_FORMATTED(alleg_message, fmt, a, b); }
+void alleg_message(const char* fmt, int a, int b, int c, int d, int e, int f) {
+  LOG_FORMATTED(alleg_message, fmt, a, b, c, d, e, f);
+}
+void alleg_message(const char* t1, const char* t2) { LOG_FORMATTED(alleg_message, "%s: %s", text_or_null(t1), text_or_null(t2)); }
+void alleg_message(const char* t1, const char* t2, const char* t3) {
+  LOG_FORMATTED(alleg_message, "%s: %s: %s\n", text_or_null(t1), text_or_null(t2), text_or_null(t3));
+}
+
+void alleg_warning(const char* fmt, int a) { LOG_FORMATTED(alleg_warning, fmt, a); }
+void alleg_warning(const char* fmt, int a, int b) { LOG_FORMATTED(alleg_warning, fmt, a, b); }
+void alleg_warning(const char* t1, const char* t2) { LOG_FORMATTED(alleg_warning, "%s: %s", text_or_null(t1), text_or_null(t2)); }
+
+void alleg_error(const char* fmt, int a) { LOG_FORMATTED(alleg_error, fmt, a); }
+void alleg_error(const char* fmt, int a, int b) { LOG_FORMATTED(alleg_error, fmt, a, b); }
+void alleg_error(const char* t1, const char* t2) { LOG_FORMATTED(alleg_error, "%s: %s", text_or_null(t1), text_or_null(t2)); }
+
+#pragma GCC diagnostic pop
+
+void alleg_perror(const char* text) {
+  const char* sys = strerror(errno);
+  alleg_error(text, sys);
+}

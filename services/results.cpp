@@ -1,0 +1,86 @@
+#include "services/results.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "services/argument.h"
+#include "services/log.h"
+
+namespace {
+FILE* stream_ = nullptr;
+char name_[255];
+std::vector<char*> buffered_;
+bool registered_ = false;
+
+bool capture_ = false;
+std::vector<std::string> captured_;
+}  // namespace
+
+int results_init(int) { return 0; }
+int results_init() { return 0; }
+
+int result(const char* line) {
+  if (capture_ && line) captured_.emplace_back(line);
+  return 0;
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+int result(const char* fmt, const void* a) {
+  char line[500];
+  snprintf(line, sizeof line, fmt, a);
+  return result(static_cast<const char*>(line));
+}
+
+int result(const char* fmt, const void* a, const void* b) {
+  char line[500];
+  snprintf(line, sizeof line, fmt, a, b);
+  return result(static_cast<const char*>(line));
+}
+#pragma GCC diagnostic pop
+
+int resopen(const char* name) {
+  FILE* f = name ? fopen(name, "w") : nullptr;
+  if (!f) {
+    errno = EACCES;
+    return -1;
+  }
+  if (stream_) fclose(stream_);
+  stream_ = f;
+  snprintf(name_, sizeof name_, "%s", name);
+  if (!registered_) {
+    atexit(resclose);
+    registered_ = true;
+  }
+  return 0;
+}
+
+void resclose() {
+  if (!stream_) return;
+  const bool any = !buffered_.empty();
+  for (char* line : buffered_) {
+    fputs(line, stream_);
+    free(line);
+  }
+  buffered_.clear();
+  fclose(stream_);
+  stream_ = nullptr;
+  if (!any) {
+    alleg_message("No results. removing file", name_);
+    remove(name_);
+  } else if (!argument_check("r")) {
+    alleg_message("Results", name_);
+  }
+}
+
+void results_capture(bool on) {
+  capture_ = on;
+  captured_.clear();
+}
+int results_captured() { return static_cast<int>(captured_.size()); }
+const char* results_captured_line(int i) {
+  return i >= 0 && i < results_captured() ? captured_[static_cast<size_t>(i)].c_str() : nullptr;
+}
