@@ -1,0 +1,30 @@
+# make demo  - install what is missing, build, run a demo session
+# make test  - install what is missing, build, run all tests (also under ASan/UBSan)
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+BUILD_TYPE ?= RelWithDebInfo
+
+.PHONY: all deps build build-asan demo test test-asan clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh
+
+build: deps
+	@cmake -S . -B build -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) >/dev/null
+	@cmake --build build -j$(JOBS)
+
+build-asan: deps
+	@cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DIXMOD_SANITIZE=ON >/dev/null
+	@cmake --build build-asan -j$(JOBS)
+
+demo: build
+	@scripts/demo.sh
+
+test: build build-asan
+	@cd build && ctest -j$(JOBS) --output-on-failure
+	@cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest -j$(JOBS) --output-on-failure
+
+clean:
+	rm -rf build build-asan

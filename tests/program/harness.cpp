@@ -1,0 +1,148 @@
+#include "harness.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace harness {
+namespace {
+
+pid_t xvfb_pid = 0;
+
+void stop_xvfb() {
+  if (xvfb_pid > 0) {
+    kill(xvfb_pid, SIGTERM);
+    waitpid(xvfb_pid, nullptr, 0);
+    xvfb_pid = 0;
+  }
+}
+
+std::string start_xvfb() {
+  int fds[2];
+  if (pipe(fds) != 0) throw std::runtime_error("pipe");
+  const pid_t pid = fork();
+  if (pid == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    close(fds[0]);
+    const int devnull = open("/dev/null", O_WRONLY);
+    dup2(devnull, 1);
+    dup2(devnull, 2);
+    const std::string fd = std::to_string(fds[1]);
+    execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1024x768x16", "-nolisten", "tcp",
+           static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(fds[1]);
+  xvfb_pid = pid;
+  atexit(stop_xvfb);
+  std::string number;
+  char c;
+  while (read(fds[0], &c, 1) == 1 && c != '\n') number += c;
+  close(fds[0]);
+  if (number.empty()) throw std::runtime_error("Xvfb did not start");
+  return ":" + number;
+}
+
+std::string slurp(const std::string& path) {
+  std::ifstream f(path, std::ios::binary);
+  std::stringstream s;
+  s << f.rdbuf();
+  return s.str();
+}
+
+}  // namespace
+
+const std::string& display() {
+  static const std::string d = start_xvfb();
+  return d;
+}
+
+Dir::Dir() {
+  char tmpl[] = "/tmp/ixmod-test-XXXXXX";
+  if (!mkdtemp(tmpl)) throw std::runtime_error("mkdtemp");
+  path_ = tmpl;
+}
+
+Dir::~Dir() {
+  if (!getenv("IXMOD_KEEP_TEST_DIRS")) {
+    const std::string cmd = "rm -rf '" + path_ + "'";
+    if (system(cmd.c_str()) != 0) {
+    }
+  }
+}
+
+void Dir::write(const std::string& name, const std::string& text) const {
+  std::ofstream f(file(name), std::ios::binary);
+  f << text;
+}
+
+std::string Dir::read(const std::string& name) const { return slurp(file(name)); }
+bool Dir::exists(const std::string& name) const { return access(file(name).c_str(), F_OK) == 0; }
+
+Run run(const Dir& dir, const std::vector<std::string>& args, int timeout_s, const std::vector<std::string>& env) {
+  const std::string disp = display();
+  const std::string out_path = dir.file(".stdout"), err_path = dir.file(".stderr");
+  const pid_t pid = fork();
+  if (pid == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (chdir(dir.path().c_str()) != 0) _exit(127);
+    const int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(out, 1);
+    dup2(err, 2);
+    setenv("DISPLAY", disp.c_str(), 1);
+    const std::string path = std::string(IXMOD_TEST_BIN) + ":" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
+    setenv("PATH", path.c_str(), 1);
+    for (const std::string& e : env) {
+      const size_t eq = e.find('=');
+      if (eq == e.size() - 1) unsetenv(e.substr(0, eq).c_str());
+      else putenv(strdup(e.c_str()));
+    }
+    std::vector<char*> argv;
+    argv.push_back(const_cast<char*>(IXMOD_BINARY));
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(IXMOD_BINARY, argv.data());
+    _exit(127);
+  }
+  Run r;
+  int wstatus = 0;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeout_s);
+  for (;;) {
+    const pid_t done = waitpid(pid, &wstatus, WNOHANG);
+    if (done == pid) break;
+    if (std::chrono::steady_clock::now() > deadline) {
+      kill(pid, SIGKILL);
+      waitpid(pid, &wstatus, 0);
+      r.timed_out = true;
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  r.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
+  r.out = slurp(out_path);
+  r.err = slurp(err_path);
+  return r;
+}
+
+std::vector<std::string> lines_with(const std::string& text, const std::string& needle) {
+  std::vector<std::string> found;
+  std::istringstream s(text);
+  for (std::string line; std::getline(s, line);)
+    if (line.find(needle) != std::string::npos) found.push_back(line);
+  return found;
+}
+
+bool contains(const std::string& text, const std::string& needle) { return text.find(needle) != std::string::npos; }
+
+}  // namespace harness

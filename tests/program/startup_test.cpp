@@ -1,0 +1,161 @@
+// Start-up chain, block loop and exit status of the whole program.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "harness.h"
+
+using harness::contains;
+using harness::lines_with;
+
+namespace {
+
+class Program : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir.write("t.lst", "0\n");
+    dir.write("en.dict", "Please release the key.\nInterrupted.\n");
+    dir.write("t.cfg", "");
+  }
+
+  std::vector<std::string> args(const std::string& stimfile = "t.s") const {
+    return {"-s=" + stimfile, "-lst=t.lst", "-log=t.log", "-dict=en.dict", "-cfg=t.cfg"};
+  }
+
+  harness::Run run(const std::vector<std::string>& a, const std::vector<std::string>& env = {}) {
+    harness::Run r = harness::run(dir, a, 30, env);
+    EXPECT_FALSE(r.timed_out);
+    log = dir.exists("t.log") ? dir.read("t.log") : "";
+    return r;
+  }
+
+  // Every log line is "[warning: |error: ]<ms>: <text>" (or the empty line
+  // that the three-text form leaves).
+  void expect_log_well_formed() const {
+    static const std::regex line("^((warning|error): )?-?[0-9]+: .*$|^$");
+    std::istringstream s(log);
+    for (std::string l; std::getline(s, l);) EXPECT_TRUE(std::regex_match(l, line)) << l;
+  }
+
+  harness::Dir dir;
+  std::string log;
+};
+
+TEST_F(Program, RunsBlocksOfNullStimuliAndExitsWithZero) {
+  dir.write("t.s",
+            "null nummer=1 t0=100 t1=50 kritisch=-1\n"
+            "null nummer=2 t0=300 t1=50\n"
+            "\n"
+            "null nummer=3 t0=10 t1=20\n");
+  const harness::Run r = run(args());
+  EXPECT_EQ(r.status, 0) << r.err;
+  expect_log_well_formed();
+  EXPECT_EQ(lines_with(log, "Running on Linux").size(), 2u) << log;
+  EXPECT_EQ(lines_with(log, "rdtsc:").size(), 3u);
+  EXPECT_TRUE(contains(log, "Using high priority"));
+  EXPECT_TRUE(contains(log, "Using the default 60 for screen-rate"));
+  EXPECT_TRUE(contains(log, "Using the default 16 for screen-depth"));
+  EXPECT_TRUE(lines_with(log, "error:").empty()) << log;
+  EXPECT_TRUE(lines_with(log, "too late").empty()) << log;
+  // Messages before the log file is open go to standard error.
+  EXPECT_TRUE(contains(r.err, "files: unknown file: t.log")) << r.err;
+}
+
+TEST_F(Program, StartUpFailuresEndWith255) {
+  dir.write("t.s", "null nummer=1 t0=10 t1=10\n");
+  {
+    std::vector<std::string> a = args();
+    a[1] = "-lst=missing.lst";
+    const harness::Run r = run(a);
+    EXPECT_EQ(r.status, 255);
+    EXPECT_TRUE(contains(r.err, "error: 0: missing.lst: No such file or directory")) << r.err;
+  }
+  {
+    std::vector<std::string> a = args();
+    a.erase(a.begin() + 3);  // no -dict
+    run(a);
+    EXPECT_TRUE(contains(log, "error:")) << log;
+    EXPECT_TRUE(contains(log, "No such file or directory")) << log;
+  }
+  {
+    std::vector<std::string> a = args();
+    a[3] = "-dict=missing.dict";
+    const harness::Run r = run(a);
+    EXPECT_EQ(r.status, 255);
+    EXPECT_TRUE(contains(log, "missing.dict: No such file or directory")) << log;
+  }
+  {
+    const harness::Run r = run(args("missing.s"));
+    EXPECT_EQ(r.status, 255);
+    EXPECT_TRUE(contains(log, "missing.s: No such file or directory")) << log;
+  }
+}
+
+TEST_F(Program, WithoutDisplayStartUpFailsWithItsMessage) {
+  dir.write("t.s", "null nummer=1 t0=10 t1=10\n");
+  const harness::Run r = run(args(), {"DISPLAY="});
+  EXPECT_EQ(r.status, 255);
+  EXPECT_EQ(lines_with(log, "error:").size(), 1u) << log;
+  EXPECT_TRUE(contains(log, "allegro_init")) << log;
+}
+
+TEST_F(Program, DepthBelow15IsRefused) {
+  dir.write("t.s", "null nummer=1 t0=10 t1=10\n");
+  dir.write("t.cfg", "screen-depth = 8\n");
+  const harness::Run r = run(args());
+  EXPECT_EQ(r.status, 255);
+  EXPECT_TRUE(contains(log, "error: ")) << log;
+  EXPECT_TRUE(contains(log, "Minimum screen depth: 15 bpp. Please adjust in Options/Screen.")) << log;
+}
+
+TEST_F(Program, UnknownTypeWordGoesToTheDefaultStimulus) {
+  dir.write("t.s",
+            "arrow nummer=1 t0=10 t1=10\n"
+            "pause\n"
+            "null nummer=2 t0=20 t1=10\n");
+  const harness::Run r = run(args());
+  EXPECT_EQ(r.status, 0) << log;
+  // "pause" without a blank is offered whole to the default stimulus.
+  EXPECT_TRUE(contains(log, "error: ")) << log;
+  EXPECT_TRUE(contains(log, "pause\n: Invalid argument")) << log;
+}
+
+TEST_F(Program, EmptyStimulusFileWarnsAndSucceeds) {
+  dir.write("t.s", "\nnull nummer=1 t0=10 t1=10\n");
+  const harness::Run r = run(args());
+  EXPECT_EQ(r.status, 0);
+  EXPECT_TRUE(contains(log, "warning: ")) << log;
+  EXPECT_TRUE(contains(log, "empty stimulus file: t.s")) << log;
+}
+
+TEST_F(Program, OversizedBlockStopsBeforeItRuns) {
+  std::string text = "null nummer=1 t0=10 t1=10\n\n";
+  for (int i = 0; i < 3001; ++i) text += "null nummer=" + std::to_string(i + 1) + " t0=0\n";
+  dir.write("t.s", text);
+  const harness::Run r = run(args());
+  EXPECT_EQ(r.status, 255);
+  EXPECT_TRUE(contains(log, "stimuli/aanzahl: Cannot allocate memory")) << log;
+}
+
+TEST_F(Program, ConfigurationAndFileListRedirectFiles) {
+  dir.write("real.s", "null nummer=1 t0=10 t1=10\n");
+  dir.write("t.lst", "2\nt.s\nreal.s\nt.log\nmapped.log\n");
+  dir.write("t.cfg", "screen-rate = abc\n");
+  const harness::Run r = run(args());
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_FALSE(dir.exists("t.log"));
+  const std::string mapped = dir.read("mapped.log");
+  EXPECT_TRUE(contains(mapped, "Cannot parse screen-rate: Using the default 60")) << mapped;
+  EXPECT_FALSE(contains(mapped, "empty stimulus file")) << mapped;
+}
+
+TEST_F(Program, DefaultFileNamesComeFromTheProgramPath) {
+  dir.write("t.s", "null nummer=1 t0=10 t1=10\n");
+  // No -lst: the list is looked for beside the program, as ixmod.lst.
+  const harness::Run r = run({"-s=t.s", "-log=t.log", "-dict=en.dict", "-cfg=t.cfg"});
+  EXPECT_EQ(r.status, 255);
+  EXPECT_TRUE(contains(r.err, "ixmod.lst: No such file or directory")) << r.err;
+}
+
+}  // namespace
