@@ -1,0 +1,120 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/timer.h"
+#include "services/dict.h"
+#include "services/files.h"
+#include "services/log.h"
+#include "tests/unit/test_support.h"
+
+namespace {
+// Reads content as the file list named by option "lst".
+int load_list(const LogCapture& log, const std::string& content) {
+  Args a({"-lst=" + log.dir.write("t.lst", content)});
+  return files_init();
+}
+}  // namespace
+
+TEST(Files, ListMapsExactNames) {
+  LogCapture log;
+  const std::string longname(250, 'n');
+  ASSERT_EQ(load_list(log, "3\nstim.s\n/data/real.s\n" + longname + "\n/p1\nx.log\n/var/x.log\n"), 0);
+  EXPECT_STREQ(files_get("stim.s"), "/data/real.s");
+  EXPECT_STREQ(files_get(longname.substr(0, 199).c_str()), "/p1");  // cut, still in step
+  EXPECT_STREQ(files_get("x.log"), "/var/x.log");
+  EXPECT_EQ(files_get("STIM.S"), nullptr);
+  EXPECT_TRUE(log.has("warning: 0: files: unknown file: STIM.S\n"));
+  EXPECT_EQ(files_get(nullptr), nullptr);
+
+  ASSERT_EQ(load_list(log, "0\n"), 0);  // an empty list replaces the old one
+  EXPECT_EQ(files_get("stim.s"), nullptr);
+  files_done();
+}
+
+TEST(Files, BrokenListsFail) {
+  LogCapture log;
+  EXPECT_EQ(load_list(log, "three\n"), -1);
+  EXPECT_TRUE(log.has("error: 0: files: invalid number of files: -1\n"));
+  EXPECT_EQ(load_list(log, ""), -1);
+  EXPECT_EQ(load_list(log, "2\nname\n/path\nname2\n"), -1);
+  EXPECT_EQ(load_list(log, "1000000000\na\nb\n"), -1);
+  EXPECT_EQ(files_get("name"), nullptr);
+  Args a({"-lst=" + log.dir.path("missing.lst")});
+  EXPECT_EQ(files_init(), -1);
+  EXPECT_TRUE(log.has("missing.lst: No such file or directory\n"));
+}
+
+TEST(Dict, TextsByLineNumber) {
+  LogCapture log;
+  const std::string path = log.dir.write("de.dict", "Bitte loslassen\n\n" + std::string(205, 'a') + "\nlast");
+  Chapter c(path.c_str());
+  ASSERT_EQ(c.load(), 0);
+  ASSERT_EQ(c.count(), 5);  // the long line counts as two texts
+  char buf[200];
+  const char* expected[] = {"Bitte loslassen", "", nullptr, "aaaaaa", "last"};
+  for (int i = 0; i < 5; ++i) {
+    ASSERT_EQ(c.get(i, 200, buf), 0);
+    EXPECT_EQ(std::string(buf), expected[i] ? expected[i] : std::string(199, 'a'));
+  }
+  char small[6];
+  memset(small, 'x', sizeof small);
+  ASSERT_EQ(c.get(0, 6, small), 0);
+  EXPECT_STREQ(small, "Bitte");
+  EXPECT_EQ(c.get(5, 200, buf), -1);
+  EXPECT_EQ(c.get(-1, 200, buf), -1);
+  EXPECT_TRUE(log.has("error: 0: dict: item invalid\n"));
+
+  Chapter missing(log.dir.path("none.dict").c_str());
+  EXPECT_EQ(missing.load(), -1);
+  EXPECT_TRUE(log.has("error: 0: " + log.dir.path("none.dict") + ": No such file or directory\n"));
+  EXPECT_EQ(missing.get(0, 200, buf), -1);
+  EXPECT_EQ(Chapter(nullptr).load(), -1);
+}
+
+TEST(Log, LineFormats) {
+  LogCapture log;
+  alleg_timer_start();
+  for (int i = 0; i < 42; ++i) alleg_timer_handler();
+  alleg_message("plain");
+  alleg_warning("late %d", 7);
+  alleg_error("%d/%d", 8, 9);
+  alleg_message("%Lu tics", 1000000000ull);
+  alleg_message("name", "path");
+  alleg_message("a", "b", "c");
+  errno = ENOENT;
+  alleg_perror("z.s");
+  alleg_timer_reset();
+  const std::string big(1500, 'q');
+  alleg_warning(big.c_str(), 1);
+  alleg_message(static_cast<const char*>(nullptr));
+  alleg_error(nullptr, "b");
+  EXPECT_EQ(log.text(), "42: plain\nwarning: 42: late 7\nerror: 42: 8/9\n42: 1000000000 tics\n42: name: path\n"
+                        "42: a: b: c\n\nerror: 42: z.s: No such file or directory\nwarning: 0: " +
+                            std::string(999, 'q') + "\n0: (null)\nerror: 0: (null): b\n");
+}
+
+TEST(Log, StreamLifecycle) {
+  TempDir dir;
+  {
+    Args a({"-log=" + dir.path("no/such/dir/x.log")});
+    log_init();
+    EXPECT_EQ(log_stream(), stderr);  // an unwritable log does not stop the test
+  }
+  char** names = static_cast<char**>(malloc(sizeof(char*)));
+  char** paths = static_cast<char**>(malloc(sizeof(char*)));
+  names[0] = strdup((dir.path("prog") + ".log").c_str());
+  paths[0] = strdup(dir.path("real.log").c_str());
+  files_init(1, names, paths);
+  Args a({dir.path("prog")});
+  log_init();
+  alleg_message("inside");
+  log_done();
+  EXPECT_EQ(log_stream(), stderr);
+  files_done();
+  // Mapped by the file list; the line naming the default went to stderr.
+  EXPECT_EQ(read_text(dir.path("real.log")), "0: inside\n");
+}

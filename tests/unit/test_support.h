@@ -1,0 +1,79 @@
+// Shared fixtures: a scratch directory, an argument vector that outlives the
+// services borrowing it, and the log captured into a file.
+#pragma once
+#include <allegro.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "services/argument.h"
+#include "services/log.h"
+
+// Starts the graphics library without a system driver, once per process.
+inline void test_allegro() {
+  static const int ok = install_allegro(SYSTEM_NONE, &errno, atexit);
+  ASSERT_EQ(ok, 0);
+}
+
+inline std::string read_text(const std::string& path) {
+  std::ostringstream s;
+  s << std::ifstream(path, std::ios::binary).rdbuf();
+  return s.str();
+}
+
+// A fresh directory under /tmp, removed with its contents.
+struct TempDir {
+  TempDir() {
+    char tmpl[] = "/tmp/ixmod-unit-XXXXXX";
+    if (!mkdtemp(tmpl)) ADD_FAILURE() << "mkdtemp";
+    dir = tmpl;
+  }
+  ~TempDir() { std::filesystem::remove_all(dir); }
+  std::string path(const std::string& name) const { return dir + "/" + name; }
+  std::string write(const std::string& name, const std::string& text) const {
+    std::ofstream(path(name), std::ios::binary) << text;
+    return path(name);
+  }
+  std::string dir;
+};
+
+// Installs words as the argument vector; "prog" goes first unless the first
+// word is a program path (no leading dash).
+struct Args {
+  explicit Args(std::vector<std::string> w) : words(std::move(w)) {
+    if (words.empty() || words[0][0] == '-') words.insert(words.begin(), "prog");
+    for (const std::string& s : words) argv.push_back(s.c_str());
+    argument_init(static_cast<int>(argv.size()), argv.data());
+  }
+  ~Args() { argument_init(0, nullptr); }
+  std::vector<std::string> words;
+  std::vector<const char*> argv;
+};
+
+// The log goes to a file in its own directory (option "log" joins the extra
+// words) until destruction; has() flushes and searches it.
+struct LogCapture {
+  explicit LogCapture(std::vector<std::string> extra = {}) {
+    const bool named = !extra.empty() && extra[0][0] != '-';
+    extra.insert(extra.begin() + (named ? 1 : 0), "-log=" + dir.path("x.log"));
+    args = new Args(std::move(extra));
+    log_init();
+  }
+  ~LogCapture() {
+    log_done();
+    delete args;
+  }
+  std::string text() const {
+    alleg_logflush();
+    return read_text(dir.path("x.log"));
+  }
+  bool has(const std::string& s) const { return text().find(s) != std::string::npos; }
+  TempDir dir;
+  Args* args;
+};

@@ -1,0 +1,81 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "platform/timer.h"
+
+namespace {
+// A nanosecond counter moved by hand, or by step on every read.
+uint64_t now_ns = 0, step_ns = 0;
+uint64_t fake_counter() { return (now_ns += step_ns) - step_ns; }
+const uint64_t kMs = 1000000;
+
+struct Clock : ::testing::Test {
+  void SetUp() override {
+    alleg_timer_reset();
+    now_ns = 1000 * 1000 * kMs;  // a stamp of 0 means "no stamp yet"
+    step_ns = 0;
+    alleg_timer_counter(fake_counter);
+  }
+  void TearDown() override { alleg_timer_reset(); }
+  static void ticks(int n) {
+    for (int i = 0; i < n; ++i, alleg_timer_handler()) now_ns += kMs;
+  }
+};
+}  // namespace
+
+TEST_F(Clock, WholeTicksWithoutFrequency) {
+  ticks(5);
+  EXPECT_EQ(alleg_get_timer(), 0);  // not started
+  alleg_timer_start();
+  ticks(7);
+  now_ns += 15 * kMs;
+  EXPECT_EQ(alleg_get_timer(), 7);
+  EXPECT_EQ(alleg_get_utimer(), 7000u);
+}
+
+TEST_F(Clock, InterpolatesUpTo19Ms) {
+  alleg_timer_frequency(1000000000);
+  alleg_timer_start();
+  ticks(3);
+  now_ns += 20 * kMs - 1;
+  EXPECT_EQ(alleg_get_timer(), 22);
+  EXPECT_EQ(alleg_get_utimer(), 3000u + 19999u);
+  now_ns += 1;  // 20 ms old: the stamp is stale, the ms clock adds nothing
+  EXPECT_EQ(alleg_get_timer(), 3);
+  now_ns += 480 * kMs;
+  EXPECT_EQ(alleg_get_utimer(), 3000u + 500000u);  // not clamped
+  ticks(1);
+  EXPECT_EQ(alleg_get_timer(), 4);
+}
+
+TEST_F(Clock, StopAndContinue) {
+  alleg_timer_frequency(1000000000);
+  alleg_timer_start();
+  ticks(10);
+  alleg_timer_stop();
+  ticks(3);  // callbacks while stopped do not count
+  now_ns += 500 * kMs;
+  EXPECT_EQ(alleg_get_timer(), 10);
+  alleg_timer_cont();
+  EXPECT_EQ(alleg_get_timer(), 10);
+  now_ns += 4 * kMs;
+  EXPECT_EQ(alleg_get_timer(), 14);
+  ticks(2);
+  EXPECT_EQ(alleg_get_timer(), 12);
+}
+
+TEST_F(Clock, WaitsSpin) {
+  alleg_timer_frequency(1000000000);
+  alleg_timer_start();
+  alleg_rest(0);  // the counter stands still: only waits that end at once
+  alleg_rest(-5);
+  alleg_urest(0);
+  step_ns = kMs / 10;
+  const uint64_t from = now_ns;
+  alleg_rest(5);
+  EXPECT_GE(now_ns - from, 5 * kMs);
+  EXPECT_LT(now_ns - from, 6 * kMs);
+  alleg_urest(3000);
+  EXPECT_GE(now_ns - from, 8 * kMs);
+}
