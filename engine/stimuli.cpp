@@ -7,12 +7,23 @@
 #include <initializer_list>
 #include <new>
 
+#include <allegro.h>
+
+#include "engine/reak.h"
 #include "engine/stim.h"
 #include "engine/stimfile.h"
+#include "input/taste.h"
+#include "input/tastatur.h"
+#include "platform/alleg.h"
+#include "platform/display.h"
+#include "platform/font.h"
+#include "platform/priority.h"
 #include "platform/timer.h"
 #include "screens/info.h"
 #include "services/config.h"
+#include "services/dict.h"
 #include "services/log.h"
+#include "sound/wav.h"
 
 namespace {
 const int kMaxStimuli = 3000;
@@ -271,7 +282,21 @@ int stimuli::run(long start) {
     if (r != 0) break;
   }
 
+  while (wav_playing()) {
+  }
+
+  // No block ends while a reaction key is still held.
   const long end = alleg_get_timer() + 100;
+  for (;;) {
+    int key;
+    long now;
+    if (taste_buffered(key, now) != 0) return -1;
+    long t;
+    if (taste_please(t)) return please(t);
+    int held = 0;
+    if (taste_read(held) != 0) return -1;
+    if (held == 0) break;
+  }
   while (alleg_get_timer() < end) {
   }
   if (idle() != 0) r = -1;
@@ -302,12 +327,154 @@ int stimuli::idle_mit_reak(int& key, long time) { return offer(kritisch_, key, t
 int stimuli::idle_ohne_reak(int& key, long time) { return offer(fang_, key, time); }
 int stimuli::idle_nicht_kr(int& key, long time) { return offer(nicht_kr_, key, time); }
 
-// One polling step. Without a reaction-key layer there is no press to
-// offer: the slots only see the time pass, so windows close on schedule.
 int stimuli::idle() {
   int key = 0;
-  const long time = alleg_get_timer();
+  long time = 0;
+  if (taste_buffered(key, time) != 0) return -1;
   if (idle_mit_reak(key, time) || idle_ohne_reak(key, time) || idle_nicht_kr(key, time)) return -1;
+  long t;
+  if (taste_please(t)) return please(t);
+  if (const int k = tastatur_key()) {
+    const int c = k & 0xff;
+    if (c == 's' || c == 'S') {
+      alleg_message("stopped (s pressed)");
+      return please(time);
+    }
+    tastatur_unget(k);
+  }
+  return 0;
+}
+
+int stimuli::stopped() {
+  alleg_timer_stop();
+  alleg_normal();
+  alleg_wait_real(100);
+  tastatur_clear();
+  for (;;) {
+    if (const int k = tastatur_key()) {
+      const int c = k & 0xff;
+      if (c == 'c' || c == 'C') {
+        alleg_message("continuing (c pressed)");
+        alleg_high();
+        alleg_timer_cont();
+        return 0;
+      }
+      if (c == 'x' || c == 'X') {
+        alleg_message("exit (x pressed)");
+        alleg_timer_cont();
+        return -1;
+      }
+      continue;
+    }
+    const int b = tastatur_buttons();
+    if (b & 1) {
+      alleg_message("exit (left button pressed)");
+      while (tastatur_buttons()) alleg_wait_real(1);
+      alleg_timer_cont();
+      return -1;
+    }
+    if (b & 2) {
+      alleg_message("continuing (right button pressed again)");
+      while (tastatur_buttons()) alleg_wait_real(1);
+      alleg_high();
+      alleg_timer_cont();
+      return 0;
+    }
+    alleg_wait_real(1);
+  }
+}
+
+namespace {
+// A rectangle of the drawing area saved before the dialogue covers it.
+struct saved_area {
+  BITMAP* copy = nullptr;
+  int x = 0, y = 0;
+  void save(BITMAP* from, int x_, int y_, int w, int h) {
+    x = x_;
+    y = y_;
+    copy = create_bitmap(w, h);
+    if (copy) blit(from, copy, x, y, 0, 0, w, h);
+  }
+  void restore(BITMAP* to) {
+    if (copy) blit(copy, to, 0, 0, x, y, copy->w, copy->h);
+  }
+  ~saved_area() {
+    if (copy) destroy_bitmap(copy);
+  }
+};
+
+// Draws a dictionary text centred at (x, y) and logs it; -1 when it is missing.
+int dialogue_text(BITMAP* bmp, int index, int x, int y) {
+  const Chapter* dict = stimuli_dict();
+  char text[200];
+  if (!dict) {
+    alleg_error("dict: item invalid");
+    return -1;
+  }
+  if (dict->get(index, sizeof text, text) != 0) return -1;
+  alleg_message(static_cast<const char*>(text));
+  if (bmp) alleg_textout_centre(bmp, text, 1, x, y, 255, 255, 255);
+  return 0;
+}
+// A dialogue that cannot be shown ends the block; the clock must run again,
+// or the block's final waits on it would never end.
+int dialogue_failed() {
+  alleg_timer_cont();
+  return -1;
+}
+}  // namespace
+
+int stimuli::please(long) {
+  alleg_timer_stop();
+  PALETTE pal;
+  get_palette(pal);
+  BITMAP* scr = screen ? getscreen() : nullptr;
+  const int W = scr ? scr->w : 0, H = scr ? scr->h : 0;
+  BITMAP* release = stimuli_pleaserelease_image();
+  BITMAP* interrupt = stimuli_interrupt_image();
+  saved_area text_area, release_area, interrupt_area;
+
+  if (!release || !interrupt) {
+    if (scr) {
+      text_area.save(scr, W / 2 - 300, H - 100, 600, 100);
+      rectfill(scr, W / 2 - 300, H - 100, W / 2 + 299, H - 1, 0);
+    }
+    set_palette(default_palette);
+    if (dialogue_text(scr, 0, W / 2, H - 60) != 0) return dialogue_failed();
+  } else if (scr) {
+    const int x = (W - release->w) / 2, y = (3 * H / 2 - release->h) / 2;
+    release_area.save(scr, x, y, release->w, release->h);
+    blit(release, scr, 0, 0, x, y, release->w, release->h);
+  }
+  reak_please(1);
+  if (!interrupt) {
+    if (dialogue_text(scr, 1, W / 2, H - 30) != 0) return dialogue_failed();
+  } else if (scr) {
+    const int x = (W - interrupt->w) / 2, y = H - interrupt->h;
+    interrupt_area.save(scr, x, y, interrupt->w, interrupt->h);
+    blit(interrupt, scr, 0, 0, x, y, interrupt->w, interrupt->h);
+  }
+  display_flush();
+
+  const int r = stopped();
+  if (last_reacted_) {
+    if (last_reacted_->kritisch != 0 || last_reacted_->reaktion != 0) {
+      alleg_message("key blocked in trial number %d", static_cast<int>(last_reacted_->nummer));
+      alleg_message("eliminating this trial");
+    }
+    last_reacted_->nummer = 0;
+  }
+  if (r != 0) return -1;
+  alleg_timer_stop();
+  if (scr) {
+    interrupt_area.restore(scr);
+    release_area.restore(scr);
+    text_area.restore(scr);
+  }
+  set_palette(pal);
+  display_flush();
+  alleg_wait_real(1000);
+  alleg_timer_cont();
   return 0;
 }
 

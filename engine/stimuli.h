@@ -48,6 +48,8 @@ class stimuli {
   virtual int speichern() const;
   virtual int run(long start);
   virtual int idle();
+  virtual int stopped();
+  virtual int please(long t);
   virtual int idle_mit_reak(int& key, long time);
   virtual int idle_ohne_reak(int& key, long time);
   virtual int idle_nicht_kr(int& key, long time);

@@ -6,9 +6,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
+#include "platform/display.h"
+#include "platform/font.h"
 #include "platform/priority.h"
 #include "platform/timer.h"
+#include "services/config.h"
 #include "services/log.h"
 
 namespace {
@@ -17,17 +21,34 @@ int exit_code_ = -1;
 int gfx_depth_ = 0;
 int sound_flag_ = 0;
 FONT* old_font_ = nullptr;
+DATAFILE* custom_font_ = nullptr;
 BITMAP* backup_ = nullptr;
 BITMAP* central_ = nullptr;
+unsigned saved_prio_ = 0;
+bool switch_callbacks_ = false;
 
 void fatal(const char* what) {
   allegro_message("%s: %s\n", what, allegro_error);
   alleg_error(what, allegro_error);
 }
+
+// Puts the screen saver back when the program ends before a mode was set.
+void restore_display_at_exit() {
+  display_screensaver_restore();
+  display_exit();
+}
+
+// Allegro reports success even when it found no digital driver at all.
+bool sound_installed(int driver) {
+  return install_sound(driver, MIDI_NONE, nullptr) == 0 && digi_driver && digi_driver->id != DIGI_NONE;
+}
 }  // namespace
 
 int alleg_init(int with_sound) {
   MySetThreadExecutionState(0x80000003u);
+  display_init();
+  display_screensaver_off();
+  atexit(restore_display_at_exit);
   set_uformat(U_UTF8);
   if (log_flag_) log_init();
   if (install_allegro(SYSTEM_AUTODETECT, &errno, atexit) != 0) {
@@ -45,15 +66,32 @@ int alleg_init(int with_sound) {
     return -1;
   }
   if (install_int(alleg_timer_handler, 1) != 0) {
-    fatal("install_timer_handler");
+    allegro_message("install_timer_handler: %s\n", allegro_error);
     return -1;
   }
   alleg_timer_start();
   if (alleg_rdtsc_init() != 0) return -1;
   alleg_timer_cont();
   if (install_mouse() == -1 && poll_mouse() != 0) fputs("Warning: no mouse found.\n", stderr);
-  sound_flag_ = 0;
-  (void)with_sound;
+  if (with_sound) {
+    if (!sound_installed(DIGI_ALSA) && !sound_installed(DIGI_AUTODETECT)) {
+      if (!*allegro_error) snprintf(allegro_error, ALLEGRO_ERROR_SIZE, "no digital sound driver");
+      fatal("install_sound");
+      return -1;
+    }
+    sound_flag_ = 1;
+  }
+  custom_font_ = load_datafile_object("#", "ARIAL_PCX");
+  if (custom_font_) {
+    old_font_ = font;
+    font = static_cast<FONT*>(custom_font_->dat);
+  } else {
+    alleg_warning("unable to load custom font");
+  }
+  if (alleg_fonts_init() != 0) set_gfx_mode(GFX_TEXT, 0, 0, 0, 0);
+  GFX_MODE_LIST* modes = get_gfx_mode_list(GFX_XWINDOWS_FULLSCREEN);
+  if (modes) destroy_gfx_mode_list(modes);
+  else alleg_warning("could not determine graphics modes");
   return 0;
 }
 
@@ -64,10 +102,58 @@ int alleg_gfx(int depth, int width, int height, int min_width, int min_height, i
     alleg_error(text);
     return -1;
   }
-  if (width < min_width || height < min_height)
+  int work_w = min_width, work_h = min_height;
+  if (width < min_width || height < min_height) {
     alleg_message("Minimum screen resolution: %d x %d", min_width, min_height);
+    work_w = width;
+    work_h = height;
+  }
+  set_color_depth(depth);
+  request_refresh_rate(rate);
+  const char* windowed = config_string("screen-windowed", "no");
+  int result;
+  if (strcmp(windowed, "yes") == 0) {
+    result = set_gfx_mode(GFX_AUTODETECT_WINDOWED, width, height, width, height);
+  } else {
+    result = set_gfx_mode(GFX_XWINDOWS_FULLSCREEN, width, height, width, height);
+    if (result != 0) result = set_gfx_mode(GFX_AUTODETECT_FULLSCREEN, width, height, width, height);
+  }
+  if (result != 0) {
+    allegro_message("set_gfx_mode(%dx%d, %d bpp, %d Hz): %s\n", width, height, depth, rate, allegro_error);
+    alleg_error("set_gfx_mode", allegro_error);
+    return -1;
+  }
+  set_display_switch_mode(SWITCH_NONE);
+  if (get_display_switch_mode() != SWITCH_NONE) {
+    set_display_switch_mode(SWITCH_AMNESIA);
+    if (set_display_switch_callback(SWITCH_OUT, alleg_switch_out) != 0)
+      alleg_warning("could not catch display switching (out)");
+    if (set_display_switch_callback(SWITCH_IN, alleg_switch_in) != 0)
+      alleg_warning("could not catch display switching (in)");
+    switch_callbacks_ = true;
+  }
+  clear(screen);
   gfx_depth_ = depth;
-  alleg_refresh_rate(rate > 0 ? rate : 60);
+
+  int measured = display_refresh_rate();
+  if (measured == 0) measured = get_refresh_rate();
+  if (measured == 0) {
+    alleg_warning("Could not check screen rate. Assuming %d Hz.", rate);
+    measured = rate;
+  } else if (measured == rate) {
+    alleg_message("Screen refresh rate: %d Hz", rate);
+  } else {
+    alleg_message("Could not set screen rate to %d Hz (result: %d Hz)", rate, measured);
+  }
+  alleg_refresh_rate(measured > 0 ? measured : 60);
+
+  backup_ = create_bitmap(work_w, work_h);
+  if (backup_) clear(backup_);
+  else alleg_warning("not enough memory to create a screen backup store");
+  central_ = create_sub_bitmap(screen, (SCREEN_W - work_w) / 2, (SCREEN_H - work_h) / 2, work_w, work_h);
+  if (!central_) alleg_warning("not enough memory to create a central subscreen");
+  display_flush();
+
   atexit(alleg_exit);
   alleg_prio_class(HIGH_PRIORITY_CLASS);
   alleg_message("Using high priority");
@@ -82,17 +168,51 @@ int alleg_save() {
   return 0;
 }
 
-void alleg_switch_out() {}
-void alleg_switch_in() {}
+void alleg_switch_out() {
+  alleg_warning("switched out the program");
+  alleg_timer_stop();
+  saved_prio_ = alleg_get_prio();
+  alleg_low();
+}
+
+void alleg_switch_in() {
+  alleg_warning("switched into the program");
+  if (saved_prio_) {
+    alleg_prio(saved_prio_);
+    saved_prio_ = 0;
+  }
+  if (backup_) {
+    blit(backup_, getscreen(), 0, 0, 0, 0, backup_->w, backup_->h);
+    display_flush();
+  }
+  alleg_timer_cont();
+}
 
 void alleg_exit() {
+  // The log is complete before anything is torn down, and no switch
+  // callback may touch the screen while it goes away.
+  alleg_logflush();
+  if (switch_callbacks_) {
+    remove_display_switch_callback(alleg_switch_in);
+    remove_display_switch_callback(alleg_switch_out);
+    switch_callbacks_ = false;
+  }
+  alleg_fonts_exit();
   alleg_normal();
-  if (backup_) destroy_bitmap(backup_);
   if (central_) destroy_bitmap(central_);
-  backup_ = central_ = nullptr;
+  central_ = nullptr;
+  set_gfx_mode(GFX_TEXT, 0, 0, 0, 0);
+  if (backup_) destroy_bitmap(backup_);
+  backup_ = nullptr;
+  remove_joystick();
   remove_keyboard();
   remove_mouse();
+  remove_sound();
+  remove_sound_input();
   remove_timer();
+  display_nudge_pointer();
+  display_screensaver_restore();
+  display_exit();
   alleg_logflush();
   fflush(nullptr);
   _exit(exit_code_ & 0xff);
@@ -101,4 +221,5 @@ void alleg_exit() {
 int alleg_exitcode(int code) { return exit_code_ = code; }
 int alleg_nolog() { return log_flag_ = 0; }
 int alleg_gfx_mode() { return gfx_depth_; }
-FONT* getoldfont() { return old_font_; }
+int alleg_sound() { return sound_flag_; }
+FONT* getoldfont() { return old_font_ ? old_font_ : font; }

@@ -18,4 +18,6 @@ void alleg_exit();
 int alleg_exitcode(int code);
 int alleg_nolog();
 int alleg_gfx_mode();
+// 1 once sound was installed.
+int alleg_sound();
 FONT* getoldfont();

@@ -11,8 +11,11 @@ namespace {
 std::atomic<int32_t> ticks_{0};
 std::atomic<int> running_{0};
 std::atomic<uint64_t> stamp_{0};
-// Odd while the callback updates count and stamp (a sequence lock).
+// Odd while count and stamp are being changed (a sequence lock).
 std::atomic<uint32_t> seq_{0};
+// The reading at the moment the clock was stopped; returned while stopped.
+long frozen_ms_ = 0;
+unsigned long long frozen_us_ = 0;
 
 unsigned long long tics_per_s_ = 0;
 uint64_t tics_per_ms_ = 0;
@@ -49,14 +52,16 @@ void alleg_timer_handler() {
   if (!running_.load(std::memory_order_relaxed)) return;
   const uint64_t now = alleg_timer_rdtsc();
   seq_.fetch_add(1, std::memory_order_acq_rel);
-  ticks_.store(ticks_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
-  stamp_.store(now, std::memory_order_release);
+  if (running_.load(std::memory_order_acquire)) {
+    ticks_.store(ticks_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    stamp_.store(now, std::memory_order_release);
+  }
   seq_.fetch_add(1, std::memory_order_release);
 }
 
 void alleg_timer_start() {
-  running_.store(1);
   stamp_.store(alleg_timer_rdtsc());
+  running_.store(1);
 }
 
 int alleg_rdtsc_init() {
@@ -76,6 +81,7 @@ void alleg_timer_frequency(unsigned long long tics_per_s) {
 }
 
 long alleg_get_timer() {
+  if (!running_.load(std::memory_order_acquire) && stamp_.load(std::memory_order_relaxed)) return frozen_ms_;
   int32_t ticks;
   uint64_t stamp;
   snapshot(ticks, stamp);
@@ -88,6 +94,7 @@ long alleg_get_timer() {
 }
 
 unsigned long long alleg_get_utimer() {
+  if (!running_.load(std::memory_order_acquire) && stamp_.load(std::memory_order_relaxed)) return frozen_us_;
   int32_t ticks;
   uint64_t stamp;
   snapshot(ticks, stamp);
@@ -96,11 +103,29 @@ unsigned long long alleg_get_utimer() {
   return t;
 }
 
-void alleg_timer_stop() { running_.store(0); }
+// Stopping freezes the reading; continuing resumes from exactly that
+// reading, so the clock neither jumps nor steps back across a pause.
+void alleg_timer_stop() {
+  if (!running_.load()) return;
+  frozen_us_ = alleg_get_utimer();
+  frozen_ms_ = alleg_get_timer();
+  running_.store(0, std::memory_order_release);
+}
 
 void alleg_timer_cont() {
-  stamp_.store(alleg_timer_rdtsc());
-  running_.store(1);
+  if (running_.load()) {
+    stamp_.store(alleg_timer_rdtsc());
+    return;
+  }
+  const unsigned long long part_us =
+      frozen_us_ > static_cast<unsigned long long>(frozen_ms_) * 1000ull
+          ? frozen_us_ - static_cast<unsigned long long>(frozen_ms_) * 1000ull
+          : 0;
+  seq_.fetch_add(1, std::memory_order_acq_rel);
+  ticks_.store(static_cast<int32_t>(frozen_ms_), std::memory_order_release);
+  stamp_.store(alleg_timer_rdtsc() - part_us * tics_per_us_, std::memory_order_release);
+  seq_.fetch_add(1, std::memory_order_release);
+  running_.store(1, std::memory_order_release);
 }
 
 void alleg_rest(long ms) {
@@ -114,6 +139,14 @@ int alleg_urest(unsigned long long us) {
   while (alleg_get_utimer() < end) {
   }
   return 0;
+}
+
+void alleg_wait_real(long ms) {
+  if (ms <= 0) return;
+  const uint64_t end = alleg_timer_rdtsc() + static_cast<uint64_t>(ms) * 1000000ull;
+  timespec step{0, 500000};
+  while (alleg_timer_rdtsc() < end)
+    if (counter_ == system_counter) nanosleep(&step, nullptr);
 }
 
 int alleg_refresh_rate() { return refresh_rate_; }
@@ -133,6 +166,8 @@ void alleg_timer_reset() {
   ticks_.store(0);
   stamp_.store(0);
   seq_.store(0);
+  frozen_ms_ = 0;
+  frozen_us_ = 0;
   alleg_timer_frequency(0);
   counter_ = system_counter;
   alleg_refresh_rate(60);

@@ -19,6 +19,10 @@ void alleg_timer_cont();
 void alleg_rest(long ms);
 int alleg_urest(unsigned long long us);
 
+// Waits ms of real time whether the test clock runs or not (the pause
+// dialogue waits while the clock is stopped).
+void alleg_wait_real(long ms);
+
 int alleg_refresh_rate();
 void alleg_refresh_rate(int hz);
 double alleg_refresh_time();

@@ -5,7 +5,7 @@ set -euo pipefail
 pkgs=(
   build-essential cmake pkg-config
   liballegro4-dev libfreetype-dev libfontconfig-dev fonts-liberation
-  libx11-dev libxext-dev libxtst-dev libxrandr-dev
+  libx11-dev libxext-dev libxtst-dev libxrandr-dev libdrm-dev
   libgtest-dev libgmock-dev
   xvfb xauth xdotool x11-utils alsa-utils sox
 )

@@ -15,15 +15,26 @@ char name_[255];
 std::vector<char*> buffered_;
 bool registered_ = false;
 
+FILE* sink_ = nullptr;
 bool capture_ = false;
 std::vector<std::string> captured_;
 }  // namespace
 
-int results_init(int) { return 0; }
-int results_init() { return 0; }
+int results_init(int) {
+  if (const char* path = getenv("IXMOD_RESULTS_SINK")) {
+    if (!sink_) sink_ = fopen(path, "a");
+  }
+  return 0;
+}
+int results_init() { return results_init(1000); }
 
 int result(const char* line) {
-  if (capture_ && line) captured_.emplace_back(line);
+  if (!line) return 0;
+  if (capture_) captured_.emplace_back(line);
+  if (sink_) {
+    fputs(line, sink_);
+    fflush(sink_);
+  }
   return 0;
 }
 

@@ -3,6 +3,9 @@
 // it (open, buffered lines, close removing an empty file) is kept working.
 #pragma once
 
+// With the environment variable IXMOD_RESULTS_SINK naming a file, every
+// line handed to result() is also appended there: whole-program tests read
+// the trials' outcomes from it. Labs never set it.
 int results_init(int size);
 int results_init();
 

@@ -12,6 +12,7 @@ const std::string& display();
 
 struct Run {
   int status = -1;   // exit status (0..255), or -1 when killed by a signal
+  int signal = 0;     // the signal that ended it, if any
   bool timed_out = false;
   std::string out, err;  // standard output and error
 };

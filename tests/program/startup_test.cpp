@@ -26,6 +26,7 @@ class Program : public ::testing::Test {
   harness::Run run(const std::vector<std::string>& a, const std::vector<std::string>& env = {}) {
     harness::Run r = harness::run(dir, a, 30, env);
     EXPECT_FALSE(r.timed_out);
+    EXPECT_EQ(r.signal, 0) << r.err;
     log = dir.exists("t.log") ? dir.read("t.log") : "";
     return r;
   }

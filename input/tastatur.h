@@ -1,0 +1,26 @@
+// The keyboard as a reaction device: characters '1' to '8' are codes 1 to 8;
+// every other key is put back for the rest of the program. Also the
+// experimenter's keys and mouse buttons of the pause dialogue.
+#pragma once
+
+int tastatur_init();
+int tastatur_read(int& code);
+
+// A waiting key (Allegro's readkey value: character in the low byte), taken
+// from the buffer; 0 when none waits.
+int tastatur_key();
+// Puts a key taken with tastatur_key back into the buffer.
+void tastatur_unget(int key);
+// Discards every waiting key.
+void tastatur_clear();
+// Mouse buttons: bit 0 left, bit 1 right.
+int tastatur_buttons();
+
+// Test seam: keys and buttons come from these functions (null: the devices).
+// key() returns the next waiting key or 0; unget receives keys put back.
+struct tastatur_device {
+  int (*key)();
+  void (*unget)(int key);
+  int (*buttons)();
+};
+void tastatur_fake(const tastatur_device* device);
