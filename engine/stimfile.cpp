@@ -16,6 +16,7 @@
 #include "services/dict.h"
 #include "services/files.h"
 #include "services/log.h"
+#include "services/textfile.h"
 
 namespace {
 std::vector<std::vector<std::string>> blocks_;
@@ -41,7 +42,7 @@ bool file_exists(const char* path) { return access(path, F_OK) == 0; }
 int stimfile_read(FILE* f, const char* path) {
   std::vector<std::string> pieces;
   char buf[kLine];
-  while (fgets(buf, sizeof buf, f)) pieces.emplace_back(buf);
+  while (text_gets(buf, sizeof buf, f)) pieces.emplace_back(buf);
 
   std::vector<std::vector<std::string>> blocks;
   size_t i = 0;
@@ -120,13 +121,13 @@ stim* _stimulus(const char* line) {
   if (!line) line = "";
   char word[100];
   stim* s = nullptr;
-  const char* blank = strchr(line, ' ');
+  const char* blank = strpbrk(line, " \t");
   if (sscanf(line, "%99s", word) != 1 || !blank) {
     errno = EINVAL;
     alleg_perror(line);
   } else {
     const char* attributes = blank;
-    while (*attributes == ' ') ++attributes;
+    while (*attributes == ' ' || *attributes == '\t') ++attributes;
     for (auto r = records_.rbegin(); r != records_.rend() && !s; ++r)
       if (r->name && strcmp(r->name, word) == 0) s = r->factory(attributes);
   }

@@ -30,6 +30,7 @@ const int kMaxStimuli = 3000;
 
 int next_block_ = 0;
 int* order_ = nullptr;
+int order_count_ = 0;
 bool exit_registered_ = false;
 
 int fail(int err, const char* text) {
@@ -112,7 +113,7 @@ int stimuli::_stimuli(int block, const char*) {
 
 int stimuli::_stimuli(const char* name) {
   if (next_block_ >= stimfile_anzahl()) return fail(EINVAL, "stimulus index overflow");
-  const int block = order_ ? order_[next_block_] : next_block_;
+  const int block = order_ && next_block_ < order_count_ ? order_[next_block_] : next_block_;
   ++next_block_;
   return _stimuli(block, name);
 }
@@ -504,6 +505,7 @@ int stimuli_zufall_init() {
   }
   delete[] order_;
   order_ = order;
+  order_count_ = blocks;
   if (!exit_registered_) {
     atexit(stimuli_exit);
     exit_registered_ = true;
@@ -514,6 +516,7 @@ int stimuli_zufall_init() {
 void stimuli_exit() {
   delete[] order_;
   order_ = nullptr;
+  order_count_ = 0;
   alleg_message("stimuli finished (2nd time)");
   alleg_logflush();
 }
@@ -528,4 +531,5 @@ void stimuli_reset_order() {
   next_block_ = 0;
   delete[] order_;
   order_ = nullptr;
+  order_count_ = 0;
 }

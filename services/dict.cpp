@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "services/log.h"
+#include "services/textfile.h"
 
 namespace {
 const int kLine = 200;
@@ -28,12 +29,12 @@ int Chapter::load() {
   }
   char buf[kLine];
   int n = 0;
-  while (fgets(buf, kLine, f)) ++n;
+  while (text_gets(buf, kLine, f)) ++n;
   rewind(f);
   char** texts = static_cast<char**>(calloc(n > 0 ? n : 1, sizeof(char*)));
   int got = 0;
   bool out_of_memory = !texts;
-  while (!out_of_memory && got < n && fgets(buf, kLine, f)) {
+  while (!out_of_memory && got < n && text_gets(buf, kLine, f)) {
     texts[got] = strdup(buf);
     if (!texts[got]) out_of_memory = true;
     else ++got;

@@ -7,6 +7,7 @@
 
 #include "services/argument.h"
 #include "services/log.h"
+#include "services/textfile.h"
 
 namespace {
 int count_ = 0;
@@ -17,7 +18,7 @@ bool registered_ = false;
 // Reads one line of at most size-1 characters and cuts the newline. A longer
 // physical line is consumed to its end, so the list stays in step.
 bool read_entry(FILE* f, char* buf, int size) {
-  if (!fgets(buf, size, f)) return false;
+  if (!text_gets(buf, size, f)) return false;
   char* nl = strchr(buf, '\n');
   if (nl) {
     *nl = 0;
@@ -62,7 +63,7 @@ int files_init() {
     return -1;
   }
   char buf[200];
-  if (!fgets(buf, 100, f)) {
+  if (!text_gets(buf, 100, f)) {
     if (!ferror(f)) errno = EIO;
     alleg_perror(name);
     fclose(f);

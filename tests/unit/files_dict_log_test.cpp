@@ -73,6 +73,12 @@ TEST(Dict, TextsByLineNumber) {
   EXPECT_TRUE(log.has("error: 0: " + log.dir.path("none.dict") + ": No such file or directory\n"));
   EXPECT_EQ(missing.get(0, 200, buf), -1);
   EXPECT_EQ(Chapter(nullptr).load(), -1);
+
+  // Windows line ends leave no carriage return in the texts.
+  Chapter crlf(log.dir.write("en.dict", "Release the key.\r\nInterrupted.\r\n").c_str());
+  ASSERT_EQ(crlf.load(), 0);
+  ASSERT_EQ(crlf.get(0, 200, buf), 0);
+  EXPECT_STREQ(buf, "Release the key.");
 }
 
 TEST(Log, LineFormats) {

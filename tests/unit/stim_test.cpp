@@ -157,5 +157,8 @@ TEST(StimFile, SeparatorsAndPieces) {
   EXPECT_EQ(read_blocks(piece + piece + "yyyyy\n"), V{3});
   EXPECT_EQ(std::string(stimfile_lines(0, 0)), piece);
   EXPECT_EQ(read_blocks(piece + "zzz\nnull t0=1\n"), (V{1, 1}));  // a short tail separates
+  // A file saved on Windows reads the same: "null\r\n" is a short line too.
+  EXPECT_EQ(read_blocks("null t0=1\r\nnull\r\nnull t0=2\r\n"), (V{1, 1}));
+  EXPECT_STREQ(stimfile_lines(1, 0), "null t0=2\n");
   stimfile_done();
 }
