@@ -94,6 +94,10 @@ std::string Dir::read(const std::string& name) const { return slurp(file(name));
 bool Dir::exists(const std::string& name) const { return access(file(name).c_str(), F_OK) == 0; }
 
 Run run(const Dir& dir, const std::vector<std::string>& args, int timeout_s, const std::vector<std::string>& env) {
+  return finish(start(dir, args, env), timeout_s);
+}
+
+Started start(const Dir& dir, const std::vector<std::string>& args, const std::vector<std::string>& env) {
   const std::string disp = display();
   const std::string out_path = dir.file(".stdout"), err_path = dir.file(".stderr");
   const pid_t pid = fork();
@@ -125,6 +129,11 @@ Run run(const Dir& dir, const std::vector<std::string>& args, int timeout_s, con
     execv(IXMOD_BINARY, argv.data());
     _exit(127);
   }
+  return Started{pid, out_path, err_path};
+}
+
+Run finish(const Started& p, int timeout_s) {
+  const pid_t pid = p.pid;
   Run r;
   int wstatus = 0;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeout_s);
@@ -141,8 +150,8 @@ Run run(const Dir& dir, const std::vector<std::string>& args, int timeout_s, con
   }
   r.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
   r.signal = WIFSIGNALED(wstatus) ? WTERMSIG(wstatus) : 0;
-  r.out = slurp(out_path);
-  r.err = slurp(err_path);
+  r.out = slurp(p.out_path);
+  r.err = slurp(p.err_path);
   return r;
 }
 
@@ -155,5 +164,108 @@ std::vector<std::string> lines_with(const std::string& text, const std::string& 
 }
 
 bool contains(const std::string& text, const std::string& needle) { return text.find(needle) != std::string::npos; }
+
+}  // namespace harness
+
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/XTest.h>
+
+namespace harness {
+
+X::X() {
+  dpy_ = XOpenDisplay(display().c_str());
+  if (!dpy_) throw std::runtime_error("cannot open " + display());
+}
+
+X::~X() { XCloseDisplay(static_cast<Display*>(dpy_)); }
+
+namespace {
+// The smallest viewable window of at least w x h in the tree below parent.
+bool find_window(Display* d, Window parent, int w, int h, Window& best, int& best_area) {
+  Window root_ret, parent_ret;
+  Window* children = nullptr;
+  unsigned n = 0;
+  if (!XQueryTree(d, parent, &root_ret, &parent_ret, &children, &n)) return false;
+  for (unsigned i = 0; i < n; ++i) {
+    XWindowAttributes a;
+    if (!XGetWindowAttributes(d, children[i], &a) || a.map_state != IsViewable || a.width < w || a.height < h)
+      continue;
+    if (a.width * a.height <= best_area) {
+      best = children[i];
+      best_area = a.width * a.height;
+    }
+    find_window(d, children[i], w, h, best, best_area);
+  }
+  if (children) XFree(children);
+  return best_area < (1 << 30);
+}
+}  // namespace
+
+bool X::wait_for_window(int w, int h, int timeout_ms, Rect* at) {
+  Display* d = static_cast<Display*>(dpy_);
+  const long long end = steady_ns() + timeout_ms * 1000000ll;
+  while (steady_ns() < end) {
+    Window best = 0;
+    int area = 1 << 30;
+    if (find_window(d, DefaultRootWindow(d), w, h, best, area)) {
+      XWindowAttributes a;
+      XGetWindowAttributes(d, best, &a);
+      Window child;
+      int rx = 0, ry = 0;
+      XTranslateCoordinates(d, best, DefaultRootWindow(d), 0, 0, &rx, &ry, &child);
+      if (at) *at = Rect{rx, ry, a.width, a.height};
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return false;
+}
+
+void X::press(const char* key) {
+  Display* d = static_cast<Display*>(dpy_);
+  const KeyCode code = XKeysymToKeycode(d, XStringToKeysym(key));
+  XTestFakeKeyEvent(d, code, True, CurrentTime);
+  XTestFakeKeyEvent(d, code, False, CurrentTime);
+  XFlush(d);
+}
+
+void X::pixel(int x, int y, int& r, int& g, int& b) {
+  Display* d = static_cast<Display*>(dpy_);
+  XImage* img = XGetImage(d, DefaultRootWindow(d), x, y, 1, 1, AllPlanes, ZPixmap);
+  r = g = b = 0;
+  if (!img) return;
+  XColor c;
+  c.pixel = XGetPixel(img, 0, 0);
+  XQueryColor(d, DefaultColormap(d, DefaultScreen(d)), &c);
+  r = c.red >> 8;
+  g = c.green >> 8;
+  b = c.blue >> 8;
+  XDestroyImage(img);
+}
+
+int X::lit(int x, int y, int w, int h) {
+  Display* d = static_cast<Display*>(dpy_);
+  XImage* img = XGetImage(d, DefaultRootWindow(d), x, y, static_cast<unsigned>(w), static_cast<unsigned>(h),
+                          AllPlanes, ZPixmap);
+  if (!img) return 0;
+  int n = 0;
+  for (int j = 0; j < h; ++j)
+    for (int i = 0; i < w; ++i)
+      if (XGetPixel(img, i, j) != 0) ++n;
+  XDestroyImage(img);
+  return n;
+}
+
+long long steady_ns() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+void sleep_until_ms(long long start_ns, long ms) {
+  const long long target = start_ns + ms * 1000000ll;
+  const long long now = steady_ns();
+  if (target > now) std::this_thread::sleep_for(std::chrono::nanoseconds(target - now));
+}
 
 }  // namespace harness

@@ -36,8 +36,46 @@ class Dir {
 Run run(const Dir& dir, const std::vector<std::string>& args, int timeout_s = 30,
         const std::vector<std::string>& env = {});
 
+// The same in two steps, for a test that acts while the program runs.
+struct Started {
+  int pid;
+  std::string out_path, err_path;
+};
+Started start(const Dir& dir, const std::vector<std::string>& args, const std::vector<std::string>& env = {});
+Run finish(const Started& p, int timeout_s = 30);
+
 // The lines of text that contain needle.
 std::vector<std::string> lines_with(const std::string& text, const std::string& needle);
 bool contains(const std::string& text, const std::string& needle);
+
+}  // namespace harness
+
+namespace harness {
+
+// The test's own connection to the display of display().
+class X {
+ public:
+  X();
+  ~X();
+  // Waits (at most timeout_ms) until a viewable window of at least w x h
+  // exists; true when one appeared. Its place on the screen goes to *at.
+  struct Rect {
+    int x, y, w, h;
+  };
+  bool wait_for_window(int w, int h, int timeout_ms = 10000, Rect* at = nullptr);
+  // Presses and releases a key (an X keysym name such as "1", "s", "x").
+  void press(const char* key);
+  // Red, green and blue (0-255) of the screen pixel at x, y.
+  void pixel(int x, int y, int& r, int& g, int& b);
+  // Count of non-black pixels in a rectangle of the screen.
+  int lit(int x, int y, int w, int h);
+
+ private:
+  void* dpy_;
+};
+
+// Sleeps until ms after the given steady-clock start.
+void sleep_until_ms(long long start_ns, long ms);
+long long steady_ns();
 
 }  // namespace harness

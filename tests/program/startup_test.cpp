@@ -1,47 +1,14 @@
 // Start-up chain, block loop and exit status of the whole program.
 #include <gtest/gtest.h>
 
-#include <regex>
-#include <sstream>
-
-#include "harness.h"
+#include "fixture.h"
 
 using harness::contains;
 using harness::lines_with;
 
 namespace {
 
-class Program : public ::testing::Test {
- protected:
-  void SetUp() override {
-    dir.write("t.lst", "0\n");
-    dir.write("en.dict", "Please release the key.\nInterrupted.\n");
-    dir.write("t.cfg", "");
-  }
-
-  std::vector<std::string> args(const std::string& stimfile = "t.s") const {
-    return {"-s=" + stimfile, "-lst=t.lst", "-log=t.log", "-dict=en.dict", "-cfg=t.cfg"};
-  }
-
-  harness::Run run(const std::vector<std::string>& a, const std::vector<std::string>& env = {}) {
-    harness::Run r = harness::run(dir, a, 30, env);
-    EXPECT_FALSE(r.timed_out);
-    EXPECT_EQ(r.signal, 0) << r.err;
-    log = dir.exists("t.log") ? dir.read("t.log") : "";
-    return r;
-  }
-
-  // Every log line is "[warning: |error: ]<ms>: <text>" (or the empty line
-  // that the three-text form leaves).
-  void expect_log_well_formed() const {
-    static const std::regex line("^((warning|error): )?-?[0-9]+: .*$|^$");
-    std::istringstream s(log);
-    for (std::string l; std::getline(s, l);) EXPECT_TRUE(std::regex_match(l, line)) << l;
-  }
-
-  harness::Dir dir;
-  std::string log;
-};
+using Program = ProgramTest;
 
 TEST_F(Program, RunsBlocksOfNullStimuliAndExitsWithZero) {
   dir.write("t.s",
