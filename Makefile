@@ -1,9 +1,10 @@
 # make demo  - install what is missing, build, run a demo session
 # make test  - install what is missing, build, run all tests (also under ASan/UBSan)
+# make bench - timing benchmark: schedule lateness, display and key latency
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD_TYPE ?= RelWithDebInfo
 
-.PHONY: all deps build build-asan demo test test-asan clean
+.PHONY: all deps build build-asan demo test bench clean
 
 all: build
 
@@ -25,6 +26,9 @@ test: build build-asan
 	@cd build && ctest -j$(JOBS) --output-on-failure
 	@cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest -j$(JOBS) --output-on-failure
+
+bench: build
+	@scripts/bench.sh
 
 clean:
 	rm -rf build build-asan

@@ -3,6 +3,7 @@
 #include "engine/stim.h"
 #include "engine/stimfile.h"
 #include "engine/stimuli.h"
+#include "engine/timing.h"
 #include "platform/alleg.h"
 #include "services/argument.h"
 #include "services/config.h"
@@ -48,6 +49,7 @@ int ixmod_main(int argc, char** argv) {
   if (instrukt_init() != 0) return -1;
   if (stimuli_init(argument_get("dict")) != 0) return -1;
 
+  timing_init();
   stim_default(_ixmod);
   stim_register("prep", _ixmod_prep);
 
@@ -63,6 +65,7 @@ int ixmod_main(int argc, char** argv) {
     block->cleanup();
     block->speichern();
     delete block;
+    timing_write();
     if (failed != 0) return -1;
   }
   return alleg_exitcode(0);

@@ -12,6 +12,7 @@
 #include "engine/reak.h"
 #include "engine/stim.h"
 #include "engine/stimfile.h"
+#include "engine/timing.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
 #include "platform/alleg.h"
@@ -29,6 +30,7 @@ namespace {
 const int kMaxStimuli = 3000;
 
 int next_block_ = 0;
+int blocks_run_ = 0;
 int* order_ = nullptr;
 int order_count_ = 0;
 bool exit_registered_ = false;
@@ -205,6 +207,8 @@ int stimuli::run(long start) {
   if (count_ > 0 && stims_[0] && stims_[0]->with_trigger() && stims_[0]->wait_trigger(start) != 0) return -1;
   if (build_schedule(start) != 0) return -1;
   if (n_aktionen_ == 0) return 0;
+  const int block_no = blocks_run_++;
+  timing_reserve(n_aktionen_);
 
   int r = 0;
   for (int k = 0; k < n_aktionen_ && r == 0; ++k) {
@@ -231,6 +235,8 @@ int stimuli::run(long start) {
     }
     while (alleg_get_timer() < due) {
     }
+    timing_record tr{block_no, s->nummer, &typeid(*s), a.type, static_cast<uint64_t>(due) * 1000u,
+                     alleg_get_utimer(), 0};
     switch (a.type) {
       case aktion::SHOW: {
         late = alleg_get_timer() - due;
@@ -239,6 +245,7 @@ int stimuli::run(long start) {
           s->info();
         }
         if (s->show() != 0) return -1;
+        tr.done_us = alleg_get_utimer();
         const long onset = alleg_get_timer() + s->showtime();
         if (s->kritisch > 0) kritisch_ = {s, onset};
         else if (s->kritisch == 0) fang_ = {s, onset};
@@ -247,11 +254,14 @@ int stimuli::run(long start) {
       }
       case aktion::PRESHOW:
         r = s->preshow();
+        tr.done_us = alleg_get_utimer();
         break;
       default:
         r = s->hide();
+        tr.done_us = alleg_get_utimer();
         break;
     }
+    timing_add(tr);
   }
 
   // Wait out the open reaction windows; a poll may empty the slot.

@@ -123,6 +123,7 @@ int alleg_gfx(int depth, int width, int height, int min_width, int min_height, i
     alleg_error("set_gfx_mode", allegro_error);
     return -1;
   }
+  display_take_input();
   set_display_switch_mode(SWITCH_NONE);
   if (get_display_switch_mode() != SWITCH_NONE) {
     set_display_switch_mode(SWITCH_AMNESIA);
@@ -197,6 +198,7 @@ void alleg_exit() {
     remove_display_switch_callback(alleg_switch_out);
     switch_callbacks_ = false;
   }
+  display_release_input();
   alleg_fonts_exit();
   alleg_normal();
   if (central_) destroy_bitmap(central_);

@@ -5,6 +5,8 @@
 #include <X11/extensions/XTest.h>
 #include <X11/extensions/dpms.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
 #include <unistd.h>
 #include <xf86drm.h>
 
@@ -17,11 +19,16 @@
 #include "platform/timer.h"
 #include "services/log.h"
 
-// Exported by Allegro's X11 driver: XSync on its own connection, under its lock.
+// Exported by Allegro's X11 driver: XSync on its own connection, under its
+// lock; and the driver's state, whose first member is that connection.
 extern "C" void _xwin_flush_buffers(void);
+extern "C" char _xwin[];
+extern "C" void (*_xwin_input_handler)(void);
 
 namespace {
 Display* dpy_ = nullptr;
+pthread_t input_thread_;
+bool input_taken_ = false;
 
 bool saver_saved_ = false;
 int saver_timeout_ = 0, saver_interval_ = 0, saver_blanking_ = 0, saver_exposures_ = 0;
@@ -33,6 +40,15 @@ unsigned long long phase_us_ = 0;
 bool phase_set_ = false;
 
 bool allegro_on_x() { return system_driver && system_driver->id == SYSTEM_XWINDOWS; }
+
+Display* allegro_display() { return *reinterpret_cast<Display**>(_xwin); }
+
+// Allegro's input pass, run under its X lock. Only the thread that took the
+// input over reads events; Allegro's background thread, which would take
+// them every 10 ms and hold the lock for a round trip, passes.
+void input_pass() {
+  if (pthread_equal(pthread_self(), input_thread_)) _xwin_private_handle_input();
+}
 
 bool drm_open() {
   for (int i = 0; i < 4 && drm_fd_ < 0; ++i) {
@@ -81,8 +97,30 @@ void display_flush() {
   if (allegro_on_x()) _xwin_flush_buffers();
 }
 
+// Taking input in through Allegro costs a round trip to the X server under
+// Allegro's lock, which may block for milliseconds when the server or
+// Allegro's own input thread is busy. So the poll first asks the kernel,
+// without blocking, whether the server has sent anything at all.
 void display_poll_input() {
-  if (allegro_on_x()) _xwin_handle_input();
+  if (!allegro_on_x()) return;
+  Display* d = allegro_display();
+  if (!d) return;
+  // Events may also wait in Xlib's queue, read there by an earlier flush.
+  pollfd p{ConnectionNumber(d), POLLIN, 0};
+  if (XEventsQueued(d, QueuedAlready) > 0 || poll(&p, 1, 0) > 0) _xwin_handle_input();
+}
+
+void display_take_input() {
+  if (!allegro_on_x() || input_taken_) return;
+  input_thread_ = pthread_self();
+  _xwin_input_handler = input_pass;
+  input_taken_ = true;
+}
+
+void display_release_input() {
+  if (!input_taken_) return;
+  _xwin_input_handler = nullptr;
+  input_taken_ = false;
 }
 
 int display_refresh_rate() {

@@ -12,6 +12,11 @@ void display_exit();
 void display_flush();
 // Takes in pending X input events (keys, mouse) now.
 void display_poll_input();
+// From now on X input is taken in only when the calling thread polls, never
+// by the graphics library's background thread: a key waits in the socket
+// for the next poll instead of for the background thread's next turn.
+void display_take_input();
+void display_release_input();
 
 // The current mode's refresh rate from XRandR, 0 when unknown.
 int display_refresh_rate();

@@ -1,0 +1,77 @@
+#include "engine/timing.h"
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "platform/display.h"
+#include "services/argument.h"
+#include "services/log.h"
+
+namespace {
+FILE* file_ = nullptr;
+bool keep_ = false;
+bool header_ = false;
+std::vector<timing_record> records_;
+
+const char* action_name(int a) { return a == 1 ? "preshow" : a == 2 ? "show" : a == 3 ? "hide" : "?"; }
+}  // namespace
+
+int timing_init() {
+  const char* name = argument_value("timing");
+  if (!name || file_) return 0;
+  file_ = fopen(name, "w");
+  if (!file_) {
+    alleg_perror(name);
+    return 0;
+  }
+  atexit(timing_done);
+  return 0;
+}
+
+bool timing_on() { return file_ || keep_; }
+void timing_keep(bool on) { keep_ = on; }
+
+void timing_reserve(int n) {
+  if (timing_on()) records_.reserve(records_.size() + static_cast<size_t>(n));
+}
+
+void timing_add(const timing_record& r) {
+  // Never grows during a block: room was made before it.
+  if (timing_on() && records_.size() < records_.capacity()) records_.push_back(r);
+}
+
+void timing_write() {
+  if (!file_) return;
+  if (!header_) {
+    fputs("block\ttrial\ttype\taction\tdue_us\tactual_us\tlate_us\tdone_us\tretrace\n", file_);
+    header_ = true;
+  }
+  for (const timing_record& r : records_) {
+    int status = 0;
+    char* type = abi::__cxa_demangle(r.type ? r.type->name() : "", nullptr, nullptr, &status);
+    fprintf(file_, "%d\t%u\t%s\t%s\t%llu\t%llu\t%lld\t%llu\t%s\n", r.block, r.nummer,
+            status == 0 && type ? type : "?", action_name(r.action), static_cast<unsigned long long>(r.due_us),
+            static_cast<unsigned long long>(r.actual_us),
+            static_cast<long long>(r.actual_us) - static_cast<long long>(r.due_us),
+            static_cast<unsigned long long>(r.done_us),
+            *display_vsync_source() ? display_vsync_source() : "none");
+    free(type);
+  }
+  fflush(file_);
+  records_.clear();
+}
+
+void timing_clear() { records_.clear(); }
+
+int timing_count() { return static_cast<int>(records_.size()); }
+const timing_record* timing_records() { return records_.data(); }
+
+void timing_done() {
+  timing_write();
+  if (file_) fclose(file_);
+  file_ = nullptr;
+  records_.clear();
+  header_ = false;
+}

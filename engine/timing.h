@@ -1,0 +1,37 @@
+// The timing trace: for every action a block carries out, when it was due
+// and when it happened, in microseconds of the test clock. Records go into
+// memory reserved before the block runs and are written out between blocks
+// (option "timing" names the file), so keeping the trace never touches the
+// schedule.
+#pragma once
+#include <cstdint>
+#include <cstdio>
+#include <typeinfo>
+
+struct timing_record {
+  int block;
+  uint32_t nummer;
+  const std::type_info* type;
+  int action;               // 1 preshow, 2 show, 3 hide
+  uint64_t due_us;          // when the action was due
+  uint64_t actual_us;       // when it was started
+  uint64_t done_us;         // when it returned (for a show: the onset taken)
+};
+
+// Opens the file named by option "timing" when given; 0 also without one.
+int timing_init();
+bool timing_on();
+// Makes room for n more records; called before a block runs.
+void timing_reserve(int n);
+void timing_add(const timing_record& r);
+// Writes the records gathered so far (tab-separated, one line each) and
+// forgets them.
+void timing_write();
+// The records not yet written (benchmarks read them in place).
+int timing_count();
+const timing_record* timing_records();
+void timing_done();
+// Forgets the records not yet written.
+void timing_clear();
+// Keeps records in memory without a file (benchmarks and tests).
+void timing_keep(bool on);

@@ -1,0 +1,298 @@
+// Timing benchmark of the presentation and input paths, run on an X display
+// (Xvfb when headless):
+//   1. lateness of every show and hide of a block of flashes 10 ms apart,
+//      at normal, high and real-time priority;
+//   2. display latency: from the onset time the program takes to the moment
+//      a second process reading the screen sees the pixels change;
+//   3. key latency: from a key sent through XTEST by a second process to the
+//      moment the reaction-key layer reports it.
+// Both processes take their times from CLOCK_MONOTONIC. Figures in µs.
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/XTest.h>
+#include <allegro.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "engine/stim.h"
+#include "engine/stimfile.h"
+#include "engine/stimuli.h"
+#include "engine/timing.h"
+#include "input/taste.h"
+#include "input/tastatur.h"
+#include "platform/alleg.h"
+#include "platform/display.h"
+#include "platform/priority.h"
+#include "platform/timer.h"
+#include "services/argument.h"
+
+namespace {
+
+const int kMax = 4096;
+const int kFlashX = 500, kFlashY = 380, kFlashSize = 24;  // in the drawing area
+
+enum Phase { IDLE, WATCH, SEND, QUIT };
+
+// Shared between the program and the second process.
+struct Shared {
+  std::atomic<int> phase;
+  std::atomic<int> ready;
+  int screen_x, screen_y;  // where the flash appears on the X screen
+  int keys;                // presses to send
+  long key_gap_ms;
+  int n_seen, n_sent;
+  unsigned long long seen[kMax];  // pixel turned on
+  unsigned long long sent[kMax];  // key press sent
+};
+Shared* shared = nullptr;
+
+unsigned long long mono_ns() {
+  timespec t;
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return static_cast<unsigned long long>(t.tv_sec) * 1000000000ull + static_cast<unsigned long long>(t.tv_nsec);
+}
+
+// ---- the second process: reads the screen and presses keys ----
+
+void participant() {
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  Display* d = XOpenDisplay(nullptr);
+  if (!d) _exit(1);
+  shared->ready = 1;
+  for (;;) {
+    const int phase = shared->phase.load();
+    if (phase == QUIT) break;
+    if (phase == WATCH) {
+      bool on = false;
+      while (shared->phase.load() == WATCH) {
+        XImage* img = XGetImage(d, DefaultRootWindow(d), shared->screen_x, shared->screen_y, 1, 1, AllPlanes,
+                                ZPixmap);
+        const unsigned long long t = mono_ns();
+        const bool now_on = img && XGetPixel(img, 0, 0) != 0;
+        if (img) XDestroyImage(img);
+        if (now_on && !on && shared->n_seen < kMax) shared->seen[shared->n_seen++] = t;
+        on = now_on;
+      }
+    } else if (phase == SEND) {
+      const KeyCode code = XKeysymToKeycode(d, XStringToKeysym("1"));
+      const unsigned long long start = mono_ns();
+      for (int i = 0; i < shared->keys && shared->phase.load() == SEND; ++i) {
+        const unsigned long long at = start + static_cast<unsigned long long>(i) * shared->key_gap_ms * 1000000ull;
+        while (mono_ns() < at) usleep(200);
+        shared->sent[shared->n_sent++] = mono_ns();
+        XTestFakeKeyEvent(d, code, True, CurrentTime);
+        XFlush(d);
+        usleep(2000);
+        XTestFakeKeyEvent(d, code, False, CurrentTime);
+        XFlush(d);
+      }
+      while (shared->phase.load() == SEND) usleep(1000);
+    } else {
+      usleep(1000);
+    }
+  }
+  XCloseDisplay(d);
+  _exit(0);
+}
+
+// ---- the program side ----
+
+std::vector<unsigned long long> onsets;  // CLOCK_MONOTONIC when a flash was shown
+std::vector<unsigned long long> reports;  // CLOCK_MONOTONIC when a key was reported
+
+// A square that appears on show and goes on hide, each reaching the X
+// server before the call returns.
+class flash : public stim {
+ public:
+  flash(const char* line, int& err) : stim(line, err) {}
+  int show() override {
+    rectfill(getscreen(), kFlashX, kFlashY, kFlashX + kFlashSize - 1, kFlashY + kFlashSize - 1, makecol(255, 255, 255));
+    display_flush();
+    if (onsets.size() < onsets.capacity()) onsets.push_back(mono_ns());
+    return stim::show();
+  }
+  int hide() override {
+    rectfill(getscreen(), kFlashX, kFlashY, kFlashX + kFlashSize - 1, kFlashY + kFlashSize - 1, 0);
+    display_flush();
+    return stim::hide();
+  }
+};
+
+stim* make_flash(const char* attributes) {
+  int err = 0;
+  stim* s = new flash(attributes, err);
+  if (err) {
+    delete s;
+    return nullptr;
+  }
+  return s;
+}
+
+int read_keys(int& code) {
+  const int r = tastatur_read(code);
+  if (code && reports.size() < reports.capacity()) reports.push_back(mono_ns());
+  return r;
+}
+
+int run_block(const std::vector<std::string>& lines) {
+  std::vector<std::string> copy = lines;
+  std::vector<char*> raw;
+  for (std::string& l : copy) raw.push_back(l.data());
+  int err = 0;
+  stimuli block(static_cast<int>(raw.size()), raw.data(), err);
+  if (err) return -1;
+  block.prepare();
+  const int r = block.run(-1);
+  block.cleanup();
+  return r;
+}
+
+struct Stats {
+  size_t n = 0;
+  double median = 0, p99 = 0, p999 = 0, max = 0, mean = 0, sd = 0;
+};
+
+Stats stats(std::vector<double> v) {
+  Stats s;
+  s.n = v.size();
+  if (v.empty()) return s;
+  std::sort(v.begin(), v.end());
+  auto at = [&](double q) { return v[std::min(v.size() - 1, static_cast<size_t>(q * static_cast<double>(v.size())))]; };
+  s.median = at(0.5);
+  s.p99 = at(0.99);
+  s.p999 = at(0.999);
+  s.max = v.back();
+  double sum = 0, sq = 0;
+  for (double x : v) sum += x;
+  s.mean = sum / static_cast<double>(v.size());
+  for (double x : v) sq += (x - s.mean) * (x - s.mean);
+  s.sd = v.size() > 1 ? std::sqrt(sq / static_cast<double>(v.size() - 1)) : 0;
+  return s;
+}
+
+void row(const char* what, const Stats& s, const char* extra = "") {
+  printf("%-34s %6zu %9.1f %9.1f %9.1f %9.1f %9.1f %9.1f  %s\n", what, s.n, s.median, s.p99, s.p999, s.max, s.mean,
+         s.sd, extra);
+}
+
+std::vector<std::string> flashes(int n, long gap_ms, long first_ms) {
+  std::vector<std::string> lines;
+  for (int i = 0; i < n; ++i)
+    lines.push_back("flash nummer=" + std::to_string(i + 1) + " t0=" + std::to_string(first_ms + i * gap_ms) +
+                    " t1=" + std::to_string(gap_ms / 2) + " kritisch=-1");
+  return lines;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int n = 500;
+  for (int i = 1; i < argc; ++i)
+    if (sscanf(argv[i], "-n=%d", &n) == 1) n = std::max(10, std::min(n, 3000));
+
+  shared = static_cast<Shared*>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  if (shared == MAP_FAILED) return 1;
+  new (shared) Shared();
+  const pid_t child = fork();
+  if (child == 0) participant();
+
+  argument_init(argc, const_cast<const char**>(argv));
+  if (alleg_init(1) != 0 || alleg_gfx(16, 1024, 768, 1024, 768, 60) != 0) {
+    fprintf(stderr, "bench: the display could not be set up\n");
+    return 1;
+  }
+  // Where the flash lands on the X screen: the drawing area is centred.
+  shared->screen_x = (SCREEN_W - getscreen()->w) / 2 + kFlashX + kFlashSize / 2;
+  shared->screen_y = (SCREEN_H - getscreen()->h) / 2 + kFlashY + kFlashSize / 2;
+  while (!shared->ready.load()) usleep(1000);
+
+  stim_register("flash", make_flash);
+  timing_keep(true);
+  onsets.reserve(kMax);
+  reports.reserve(kMax);
+
+  printf("ixmod timing benchmark: %d flashes 10 ms apart per block, retrace %s, all figures in us\n", n,
+         *display_vsync_source() ? display_vsync_source() : "not used");
+  printf("%-34s %6s %9s %9s %9s %9s %9s %9s\n", "", "n", "median", "p99", "p99.9", "max", "mean", "sd");
+
+  // 1. Schedule lateness at three priorities.
+  const struct {
+    unsigned cls;
+    const char* name;
+  } prios[] = {{NORMAL_PRIORITY_CLASS, "normal"}, {HIGH_PRIORITY_CLASS, "high (nice -10)"},
+               {REALTIME_PRIORITY_CLASS, "real-time (SCHED_FIFO)"}};
+  for (const auto& p : prios) {
+    alleg_prio(p.cls);
+    const unsigned got = alleg_get_prio();
+    timing_clear();
+    run_block(flashes(n, 10, 200));
+    std::vector<double> late;
+    int too_late = 0;
+    for (int i = 0; i < timing_count(); ++i) {
+      const timing_record& r = timing_records()[i];
+      if (r.action == 1) continue;
+      late.push_back(static_cast<double>(r.actual_us) - static_cast<double>(r.due_us));
+      if (r.action == 2 && static_cast<double>(r.actual_us) - static_cast<double>(r.due_us) > alleg_toler() * 1000.0)
+        ++too_late;
+    }
+    char label[80], extra[80];
+    snprintf(label, sizeof label, "lateness, %s", p.name);
+    snprintf(extra, sizeof extra, "too late: %d%s", too_late, got == p.cls ? "" : " (priority refused)");
+    row(label, stats(late), extra);
+  }
+  alleg_prio(HIGH_PRIORITY_CLASS);
+
+  // 2. Display latency.
+  onsets.clear();
+  shared->n_seen = 0;
+  shared->phase = WATCH;
+  usleep(50000);
+  run_block(flashes(std::min(n, 200), 50, 200));
+  usleep(50000);
+  shared->phase = IDLE;
+  std::vector<double> display;
+  const int pairs = std::min(static_cast<int>(onsets.size()), shared->n_seen);
+  for (int i = 0; i < pairs; ++i)
+    display.push_back((static_cast<double>(shared->seen[i]) - static_cast<double>(onsets[i])) / 1000.0);
+  char extra[80];
+  snprintf(extra, sizeof extra, "shown %zu, seen %d", onsets.size(), shared->n_seen);
+  row("display: onset to pixels seen", stats(display), extra);
+
+  // 3. Key latency.
+  const int keys = std::min(n, 200);
+  const long gap = 25;
+  reports.clear();
+  shared->n_sent = 0;
+  shared->keys = keys;
+  shared->key_gap_ms = gap;
+  taste_fake(read_keys, TASTE_TASTATUR);
+  shared->phase = SEND;
+  if (run_block({"flash nummer=1 t0=" + std::to_string(keys * gap + 500) + " t1=10 kritisch=-1"}) != 0)
+    fprintf(stderr, "bench: the key block did not run\n");
+  shared->phase = IDLE;
+  taste_fake(nullptr, TASTE_TASTATUR);
+  std::vector<double> key;
+  const int kpairs = std::min(static_cast<int>(reports.size()), shared->n_sent);
+  for (int i = 0; i < kpairs; ++i)
+    key.push_back((static_cast<double>(reports[i]) - static_cast<double>(shared->sent[i])) / 1000.0);
+  snprintf(extra, sizeof extra, "sent %d, reported %zu", shared->n_sent, reports.size());
+  row("keys: XTEST press to key layer", stats(key), extra);
+
+  shared->phase = QUIT;
+  waitpid(child, nullptr, 0);
+  alleg_exitcode(0);
+  return 0;
+}
+END_OF_MAIN()
