@@ -11,16 +11,6 @@
 #include "services/results.h"
 
 namespace {
-stim* plain_stim(const char* text) {
-  int err = 0;
-  stim* s = new stim(text, err);
-  if (err) {
-    delete s;
-    return nullptr;
-  }
-  return s;
-}
-
 // Start-up steps whose modules do not exist yet answer 0.
 int taste_init(int, int, int) { return 0; }
 int sbmp_init() { return 0; }
@@ -28,8 +18,8 @@ int swav_init() { return 0; }
 int instrukt_init() { return 0; }
 }  // namespace
 
-stim* _ixmod(const char* line) { return plain_stim(line); }
-stim* _ixmod_prep(const char* attributes) { return plain_stim(attributes); }
+stim* _ixmod(const char* line) { return stim_make<stim>(line); }
+stim* _ixmod_prep(const char* attributes) { return stim_make<stim>(attributes); }
 
 int ixmod_main(int argc, char** argv) {
   if (argument_init(argc, const_cast<const char**>(argv)) != 0) return -1;

@@ -64,3 +64,16 @@ class stim {
 
 // Replaces field by a heap copy of text (null stays null).
 void stim_assign(char*& field, const char* text);
+
+// The body of every stimulus type's factory: a T from the attribute text
+// through its (text, error flag) constructor; null when the flag is set.
+template <class T>
+stim* stim_make(const char* attributes) {
+  int err = 0;
+  stim* s = new T(attributes, err);
+  if (err) {
+    delete s;
+    return nullptr;
+  }
+  return s;
+}

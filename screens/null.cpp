@@ -7,12 +7,4 @@ null::null(const char* line, int& err) : stim(line, err) {}
 
 null::~null() = default;
 
-stim* _null(const char* attributes) {
-  int err = 0;
-  stim* s = new null(attributes, err);
-  if (err) {
-    delete s;
-    return nullptr;
-  }
-  return s;
-}
+stim* _null(const char* attributes) { return stim_make<null>(attributes); }

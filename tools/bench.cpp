@@ -130,16 +130,6 @@ class flash : public stim {
   }
 };
 
-stim* make_flash(const char* attributes) {
-  int err = 0;
-  stim* s = new flash(attributes, err);
-  if (err) {
-    delete s;
-    return nullptr;
-  }
-  return s;
-}
-
 int read_keys(int& code) {
   const int r = tastatur_read(code);
   if (code && reports.size() < reports.capacity()) reports.push_back(mono_ns());
@@ -218,7 +208,7 @@ int main(int argc, char** argv) {
   shared->screen_y = (SCREEN_H - getscreen()->h) / 2 + kFlashY + kFlashSize / 2;
   while (!shared->ready.load()) usleep(1000);
 
-  stim_register("flash", make_flash);
+  stim_register("flash", stim_make<flash>);
   timing_keep(true);
   onsets.reserve(kMax);
   reports.reserve(kMax);
