@@ -1,0 +1,243 @@
+#include "visual/bmp.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "platform/alleg.h"
+#include "platform/display.h"
+#include "platform/timer.h"
+#include "services/argument.h"
+#include "services/config.h"
+#include "services/log.h"
+
+namespace {
+BITMAP* shared_bg_ = nullptr;
+int shared_w_ = 0;
+int shared_h_ = 0;
+int first_image_ = 1;
+
+// Positions beyond this lie off any screen; keeping to it keeps x + width in range.
+const double kFar = 1 << 24;
+
+// A bitmap of the drawing area's colour depth.
+BITMAP* screen_bitmap(int w, int h) {
+  BITMAP* scr = getscreen();
+  return scr ? create_bitmap_ex(bitmap_color_depth(scr), w, h) : create_bitmap(w, h);
+}
+
+int colour(BITMAP* scr, int r, int g, int b) { return makecol_depth(bitmap_color_depth(scr), r, g, b); }
+
+void destroy(BITMAP*& b) {
+  if (b) destroy_bitmap(b);
+  b = nullptr;
+}
+}  // namespace
+
+int bmp_setonebg(int w, int h) {
+  shared_w_ = w;
+  shared_h_ = h;
+  return 0;
+}
+
+void bmp_done() {
+  destroy(shared_bg_);
+  shared_w_ = shared_h_ = 0;
+  first_image_ = 1;
+}
+
+int sbmp_isfirst() { return first_image_; }
+int sbmp_first() { return first_image_ = 1; }
+int sbmp_next() { return first_image_ = 0; }
+
+void bmp_resolve(char* path, int size, const char* name) {
+  if (!path || size <= 0) return;
+  if (!name) name = "";
+  char canonical[300];
+  canonicalize_filename(canonical, name, sizeof canonical);
+  if (strcmp(canonical, name) != 0) {
+    replace_filename(path, argument_progname(), name, size);
+    if (exists(path)) return;
+  }
+  snprintf(path, static_cast<size_t>(size), "%s", name);
+}
+
+int bmp_place(int room, double rel) {
+  const double offset = static_cast<double>(room) * rel;
+  if (std::isnan(offset)) return 0;
+  return static_cast<int>(std::clamp(offset, -kFar, kFar));
+}
+
+void bmp_set_palette(const RGB* p) { set_palette_range(p, 0, PAL_SIZE - 1, FALSE); }
+
+bmp::bmp(unsigned nummer_, const char* datei_, const char* uv_, unsigned trigger_, int kritisch_, long t0_, long t1_,
+         double relx_, double rely_)
+    : stim(nummer_, datei_, uv_, trigger_, kritisch_, t0_, t1_), relx(relx_), rely(rely_) {}
+
+bmp::bmp(const char* line, int& err) : stim(line, err) {
+  if (err == 0) err = _stim(line);
+  err = err ? 1 : 0;
+}
+
+bmp::~bmp() {
+  destroy(bitmap);
+  destroy(background);
+  destroy(backbuffer);
+}
+
+int bmp::set(const char* attr) {
+  if (!attr) return 0;
+  std::string text(attr);
+  const size_t comma = text.find(',');
+  if (comma != std::string::npos) text[comma] = '.';
+  double v;
+  if (sscanf(text.c_str(), "x=%lf", &v) == 1) {
+    relx = v;
+    return 0;
+  }
+  if (sscanf(text.c_str(), "y=%lf", &v) == 1) {
+    rely = v;
+    return 0;
+  }
+  return stim::set(attr);
+}
+
+long bmp::pstime() const { return 70; }
+
+long bmp::showtime() const {
+  if (synced() && config_osversion() > 6.11) return static_cast<long>(2 * alleg_refresh_time());
+  return 1;
+}
+
+long bmp::hidetime() const { return 6; }
+
+int bmp::prepare() {
+  bitmap = nullptr;
+  if (datei) {
+    char path[300];
+    bmp_resolve(path, sizeof path, datei);
+    bitmap = load_bitmap(path, palette);
+    if (!bitmap) bitmap = load_bmp(path, palette);
+    if (!bitmap) bitmap = load_pcx(path, palette);
+    if (!bitmap) {
+      errno = ENOENT;
+      alleg_perror(path);
+      return -1;
+    }
+  }
+  get_palette(prepare_palette);
+  return stim::prepare();
+}
+
+int bmp::bg_prepare() {
+  if (!bitmap) return 0;
+  BITMAP* made = nullptr;
+  if (!onebg) {
+    destroy(background);
+    made = background = screen_bitmap(bitmap->w, bitmap->h);
+  } else if (!shared_bg_) {
+    made = shared_bg_ = screen_bitmap(shared_w_ ? shared_w_ : bitmap->w, shared_h_ ? shared_h_ : bitmap->h);
+  } else {
+    return 0;
+  }
+  if (!made) {
+    errno = ENOMEM;
+    alleg_perror("bg_prepare");
+    return -1;
+  }
+  return 0;
+}
+
+int bmp::preshow() {
+  BITMAP* scr = getscreen();
+  if (!scr) return bitmap ? -1 : 0;
+  if (bitmap) {
+    x = bmp_place(scr->w - bitmap->w, relx);
+    y = bmp_place(scr->h - bitmap->h, rely);
+  }
+  if (masked()) {
+    if (bitmap) {
+      if (!backbuffer || backbuffer->w != bitmap->w || backbuffer->h != bitmap->h) {
+        destroy(backbuffer);
+        backbuffer = screen_bitmap(bitmap->w, bitmap->h);
+      }
+      if (!backbuffer) {
+        alleg_error("Could not create backbuffer for masked blit");
+        return -1;
+      }
+      blit(scr, backbuffer, x, y, 0, 0, bitmap->w, bitmap->h);
+      masked_blit(bitmap, backbuffer, 0, 0, 0, 0, bitmap->w, bitmap->h);
+    }
+  } else {
+    bmp_set_palette(palette);
+    sbmp_next();
+  }
+  if (background) blit(scr, background, x, y, 0, 0, background->w, background->h);
+  if (onebg && shared_bg_) blit(scr, shared_bg_, x, y, 0, 0, shared_bg_->w, shared_bg_->h);
+  return 0;
+}
+
+int bmp::show() {
+  if (bitmap) {
+    BITMAP* scr = getscreen();
+    if (!scr) return -1;
+    if (synced()) display_vsync();
+    if (!masked()) {
+      blit(bitmap, scr, 0, 0, x, y, bitmap->w, bitmap->h);
+    } else if (backbuffer) {
+      blit(backbuffer, scr, 0, 0, x, y, backbuffer->w, backbuffer->h);
+    } else {
+      alleg_error("masked_blit: mask not initialized");
+      return -1;
+    }
+    display_flush();
+  }
+  return stim::show();
+}
+
+int bmp::reshow() {
+  bmp_set_palette(palette);
+  return 0;
+}
+
+int bmp::hide() {
+  if (bitmap) {
+    BITMAP* scr = getscreen();
+    if (!scr) return -1;
+    if (!background && !shared_bg_) {
+      const int c = bg_r == -1 ? colour(scr, 0, 0, 0) : colour(scr, bg_r, bg_g, bg_b);
+      rectfill(scr, x, y, x + bitmap->w, y + bitmap->h, c);
+    } else {
+      if (background) blit(background, scr, 0, 0, x, y, background->w, background->h);
+      if (onebg && shared_bg_) blit(shared_bg_, scr, 0, 0, x, y, shared_bg_->w, shared_bg_->h);
+    }
+    display_flush();
+  }
+  return stim::hide();
+}
+
+int bmp::clearscreen() {
+  if (!bitmap) return 0;
+  BITMAP* scr = getscreen();
+  if (!scr) return -1;
+  bmp_set_palette(prepare_palette);
+  rectfill(scr, 0, 0, scr->w, scr->h, getpixel(bitmap, 1, 1));
+  display_flush();
+  return 0;
+}
+
+int bmp::cleanup() {
+  if (t1 == -1 && hide() != 0) return -1;
+  destroy(bitmap);
+  destroy(background);
+  destroy(backbuffer);
+  return stim::cleanup();
+}
+
+int bmp::masked() const { return 0; }
+int bmp::synced() const { return 1; }
+
+stim* _bmp(const char* line) { return stim_make<bmp>(line); }
