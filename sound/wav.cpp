@@ -1,14 +1,200 @@
 #include "sound/wav.h"
 
+#include <allegro.h>
+
+#include <cerrno>
+#include <cstring>
+
 #include "platform/timer.h"
+#include "services/argument.h"
+#include "services/config.h"
+#include "services/log.h"
 
 namespace {
 long playing_until_ = 0;
+wav_port_ port_ = wav_none;
+
+int lib_play(const SAMPLE* s, int vol, int pan, int freq, int loop) { return play_sample(s, vol, pan, freq, loop); }
+int lib_allocate(const SAMPLE* s) { return allocate_voice(s); }
+int lib_position(int voice) { return voice_get_position(voice); }
+
+const wav_voice_ops library_voices_ = {lib_play,       lib_allocate,     voice_set_volume, voice_start,
+                                       voice_stop,     deallocate_voice, release_voice,    lib_position};
+const wav_voice_ops* voices_ = &library_voices_;
+
+int no_port(const char* what) {
+  errno = ENODEV;
+  alleg_perror(what);
+  return -1;
 }
+int no_relay_init(int) { return no_port("wav/relay: no parallel-port layer"); }
+int no_relay_set(int, unsigned char) { return no_port("wav/relay: no parallel-port layer"); }
+
+const wav_relay_ops no_relay_ = {no_relay_init, no_relay_set};
+const wav_relay_ops* relay_ = &no_relay_;
+
+int fail(int error_number, const char* text) {
+  errno = error_number;
+  alleg_perror(text);
+  return -1;
+}
+}  // namespace
 
 bool wav_playing() { return alleg_get_timer() < playing_until_; }
 long wav_playing_until() { return playing_until_; }
 void wav_playing_until(long t) {
   if (t > playing_until_) playing_until_ = t;
 }
+void wav_stop_playing() { playing_until_ = alleg_get_timer(); }
 void wav_reset() { playing_until_ = 0; }
+
+void wav_voices(const wav_voice_ops* ops) { voices_ = ops ? ops : &library_voices_; }
+const wav_voice_ops& wav_voices() { return *voices_; }
+void wav_relay(const wav_relay_ops* ops) { relay_ = ops ? ops : &no_relay_; }
+
+long wav_length_ms(const SAMPLE* s) {
+  if (!s || s->freq <= 0) return 0;
+  return static_cast<long>(static_cast<unsigned long long>(s->len) * 1000ull / static_cast<unsigned>(s->freq));
+}
+
+int wav_play_volume(int volume) {
+  if (volume == -1 || volume > 255) return 255;
+  return volume < 0 ? 0 : volume;
+}
+
+void wav_resolve(const char* name, char* path, int size) {
+  canonicalize_filename(path, name, size);
+  if (strcmp(path, name) == 0) return;
+  replace_filename(path, argument_progname(), name, size);
+  if (!exists(path)) {
+    strncpy(path, name, static_cast<size_t>(size) - 1);
+    path[size - 1] = 0;
+  }
+}
+
+int wav_port_of(const char* text) {
+  static const struct {
+    const char* name;
+    int port;
+  } names[] = {{"none", wav_none}, {"NONE", wav_none}, {"lpt1", wav_lpt1}, {"LPT1", wav_lpt1},
+               {"lpt2", wav_lpt2}, {"LPT2", wav_lpt2}, {"lpt3", wav_lpt3}, {"LPT3", wav_lpt3}};
+  if (!text) return -1;
+  for (const auto& n : names)
+    if (strstr(text, n.name)) return n.port;
+  return -1;
+}
+
+int wav_init(wav_port_ port) {
+  port_ = port;
+  switch (port) {
+    case wav_none:
+      return 0;
+    case wav_lpt1:
+    case wav_lpt2:
+    case wav_lpt3:
+      return relay_->init(port - 1);
+  }
+  return fail(EINVAL, "wav/wavport");
+}
+
+int wav_init() {
+  const char* text = config_string("speaker-selection", "none");
+  const int port = wav_port_of(text);
+  if (port < 0) return fail(EINVAL, text);
+  return wav_init(static_cast<wav_port_>(port));
+}
+
+wav::wav(unsigned nummer_, const char* datei_, const char* uv_, unsigned char trigger_, char kritisch_, long t0_,
+         int speaker_, int volume_)
+    : stim(nummer_, datei_, uv_, trigger_, kritisch_, t0_, 0), speaker(speaker_), volume(volume_), sample(nullptr) {}
+
+wav::wav(const char* line, int& error) : stim(line, error), speaker(0), volume(-1), sample(nullptr) {
+  const int parsed = _stim(line);
+  error = (error == 0 && parsed == 0) ? 0 : 1;
+}
+
+wav::~wav() {
+  if (datei && sample) destroy_sample(sample);
+}
+
+stim* _wav(const char* line) { return stim_make<wav>(line); }
+
+int wav::set(const char* token) {
+  int v;
+  if (sscanf(token, "speaker=%d", &v) == 1) {
+    speaker = v;
+    return 0;
+  }
+  if (sscanf(token, "volume=%d", &v) == 1) {
+    volume = v;
+    return 0;
+  }
+  return stim::set(token);
+}
+
+long wav::pstime() const { return speaker ? 200 : 0; }
+long wav::showtime() const { return 3; }
+
+int wav::prepare() {
+  if (datei) {
+    if (sample) destroy_sample(sample);
+    char path[300];
+    wav_resolve(datei, path, sizeof path);
+    errno = 0;
+    sample = load_sample(path);
+    if (!sample) {
+      if (errno == 0) errno = EIO;
+      alleg_perror(datei);
+      return -1;
+    }
+  }
+  return stim::prepare();
+}
+
+int wav::preshow() {
+  if (speaker && speaker_select(speaker) != 0) return -1;
+  return stim::preshow();
+}
+
+int wav::show() {
+  if (!sample) return fail(EACCES, "wav_show/sample");
+  const long length = wav_length_ms(sample);
+  wav_playing_until(alleg_get_timer() + length + 10);
+  voices_->play(sample, wav_play_volume(volume), 128, 1000, 0);
+  wav_playing_until(alleg_get_timer() + length + 10);
+  return stim::show();
+}
+
+int wav::cleanup() {
+  int r = 0;
+  if (speaker) {
+    if (speaker_select(0) != 0) r = -1;
+    rest(10);
+  }
+  if (datei && sample) {
+    destroy_sample(sample);
+    sample = nullptr;
+  }
+  if (stim::cleanup() != 0) r = -1;
+  return r;
+}
+
+void wav::info() const {
+  stim::info();
+  alleg_message("speaker = %d", speaker);
+  alleg_message("volume  = %d", volume);
+}
+
+int wav::speaker_select(int n) {
+  if (n == 0) return 0;
+  switch (port_) {
+    case wav_lpt1:
+    case wav_lpt2:
+    case wav_lpt3:
+      if (n < 1 || n > 8) return fail(EINVAL, "speaker_select");
+      return relay_->set(port_ - 1, static_cast<unsigned char>(1u << (n - 1)));
+    case wav_none:
+      return fail(EINVAL, "speaker_select: wav_none");
+  }
+  return fail(EINVAL, "wav_port");
+}
