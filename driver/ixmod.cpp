@@ -1,25 +1,87 @@
 #include "driver/ixmod.h"
 
+#include <allegro.h>
+
+#include <cstdio>
+
 #include "engine/stim.h"
 #include "engine/stimfile.h"
 #include "engine/stimuli.h"
 #include "engine/timing.h"
 #include "platform/alleg.h"
+#include "platform/display.h"
 #include "services/argument.h"
 #include "services/config.h"
 #include "services/files.h"
+#include "services/log.h"
+#include "input/taste.h"
+#include "ports/trigger.h"
+#include "screens/instrukt.h"
 #include "services/results.h"
 
 namespace {
-// Start-up steps whose modules do not exist yet answer 0.
-int taste_init(int, int, int) { return 0; }
-int sbmp_init() { return 0; }
-int swav_init() { return 0; }
-int instrukt_init() { return 0; }
+bool prep_answered_ = false;
+
+int save_line(unsigned nummer, const char* uv, int reaktion, long reakzeit) {
+  char line[1000];
+  snprintf(line, sizeof line, "%5d %5s %5d %7ld\n", static_cast<int>(nummer), uv ? uv : "(null)", reaktion,
+           reakzeit);
+  return result(static_cast<const char*>(line));
+}
 }  // namespace
 
-stim* _ixmod(const char* line) { return stim_make<stim>(line); }
-stim* _ixmod_prep(const char* attributes) { return stim_make<stim>(attributes); }
+ixmod_::ixmod_(const char* line, int& err) : sbmp(line, err) {
+  if (err == 0) err = _stim(line);
+  if (err != 0) err = 1;
+}
+
+int ixmod_::cleanup() {
+  if (shown && t1 == 0 && screen) {
+    clear_to_color(screen, 0);
+    display_flush();
+  }
+  prep_answered_ = false;
+  return sbmp::cleanup();
+}
+
+int ixmod_::speichern() const {
+  if (nummer == 0 || suppressed || kritisch == -1 || (kritisch == 0 && reaktion == 0)) return 0;
+  return save_line(nummer, uv, reaktion, reakzeit);
+}
+
+long ixmod_::maxreak() const { return 2000; }
+int ixmod_::masked() const { return 0; }
+
+ixmod_prep::ixmod_prep(const char* attributes, int& err) : swav(attributes, err) {
+  if (err == 0) err = _stim(attributes);
+  if (err != 0) err = 1;
+  kritisch = 0;  // a preparatory tone is never to be answered
+}
+
+int ixmod_prep::set(const char* token) {
+  long v;
+  if (sscanf(token, "remax=%ld", &v) == 1) {
+    remax = v + stim_minreak();
+    return 0;
+  }
+  return swav::set(token);
+}
+
+int ixmod_prep::falsch() {
+  prep_answered_ = true;
+  return stim::falsch();
+}
+
+long ixmod_prep::maxreak() const { return remax; }
+
+int ixmod_prep::speichern() const {
+  if (kritisch == -1 || (kritisch == 0 && reaktion == 0)) return 0;
+  return save_line(nummer, uv, reaktion, reakzeit);
+}
+
+stim* _ixmod(const char* line) { return stim_make<ixmod_>(line); }
+stim* _ixmod_prep(const char* attributes) { return stim_make<ixmod_prep>(attributes); }
+bool ixmod_prep_answered() { return prep_answered_; }
 
 int ixmod_main(int argc, char** argv) {
   if (argument_init(argc, const_cast<const char**>(argv)) != 0) return -1;
@@ -36,7 +98,12 @@ int ixmod_main(int argc, char** argv) {
   if (swav_init() != 0) return -1;
   if (stimfile_init() != 0) return -1;
   if (results_init(1000) != 0) return -1;
-  if (instrukt_init() != 0) return -1;
+  instrukt_init();
+  // The devices around the trial: the speaker relay and the trigger input
+  // the pause stimulus waits for. After the preloaded sets and before the
+  // registry, so that every stimulus built finds them ready.
+  if (wav_init() != 0) return -1;
+  if (trigger_init() != 0) return -1;
   if (stimuli_init(argument_get("dict")) != 0) return -1;
 
   timing_init();
@@ -56,6 +123,7 @@ int ixmod_main(int argc, char** argv) {
     block->speichern();
     delete block;
     timing_write();
+    alleg_logflush();
     if (failed != 0) return -1;
   }
   return alleg_exitcode(0);

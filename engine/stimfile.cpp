@@ -10,7 +10,16 @@
 #include <vector>
 
 #include "engine/stim.h"
+#include "engine/reak.h"
+#include "platform/datafile.h"
+#include "screens/back.h"
+#include "screens/info.h"
+#include "screens/instrukt.h"
 #include "screens/null.h"
+#include "screens/pause.h"
+#include "sound/swav.h"
+#include "visual/sbmp.h"
+#include "visual/vbmp.h"
 #include "services/argument.h"
 #include "services/config.h"
 #include "services/dict.h"
@@ -139,7 +148,20 @@ stim* _stimulus(const char* line) {
 }
 
 int stimuli_init(const char* dict) {
+  // In the order of the type table; types of later stages join it here.
+  stim_register("bmp", _bmp);
+  stim_register("sbmp", _sbmp);
+  stim_register("vbmp", _vbmp);
+  stim_register("image", _sbmp);
+  stim_register("wav", _wav);
+  stim_register("swav", _swav);
+  stim_register("sound", _swav);
+  stim_register("back", _background);
+  stim_register("instr", _instrukt);
+  stim_register("info", _info);
   stim_register("null", _null);
+  stim_register("pause", _pause);
+  stim_register("reak", _reak);
 
   delete dict_;
   dict_ = new Chapter(dict);
@@ -154,7 +176,7 @@ int stimuli_init(const char* dict) {
     snprintf(name, sizeof name, kLocale[i], locale ? locale : "(null)");
 #pragma GCC diagnostic pop
     if (locale_[i]) unload_datafile_object(locale_[i]);
-    locale_[i] = load_datafile_object("#", name);
+    locale_[i] = datafile_object(name);
   }
   alleg_message("Running on Linux %.1lf", config_osversion());
   if (!stimuli_registered_) {

@@ -351,7 +351,9 @@ int stimuli::idle() {
       alleg_message("stopped (s pressed)");
       return please(time);
     }
-    tastatur_unget(k);
+    // A reaction key goes back to the key layer; any other key has no
+    // reader during a block, and kept it would fill the key buffer.
+    if (tastatur_is_reaction(k)) tastatur_unget(k);
   }
   return 0;
 }

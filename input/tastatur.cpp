@@ -43,13 +43,23 @@ int tastatur_buttons() {
   return mouse_b & 3;
 }
 
+bool tastatur_is_reaction(int key) { return (key & 0xff) >= '1' && (key & 0xff) <= '8'; }
+
+// Takes the first reaction key among all waiting keys and puts the others
+// back in their order. Reading only the front key would let one stray key
+// hide every reaction key behind it, since whoever reads it puts it back.
 int tastatur_read(int& code) {
   code = 0;
-  const int k = tastatur_key();
-  if (!k) return 0;
-  const int c = k & 0xff;
-  if (c >= '1' && c <= '8') code = c - '0';
-  else tastatur_unget(k);
+  int others[64];
+  int n = 0;
+  while (const int k = tastatur_key()) {
+    if (tastatur_is_reaction(k)) {
+      code = (k & 0xff) - '0';
+      break;
+    }
+    if (n < 64) others[n++] = k;
+  }
+  for (int i = 0; i < n; ++i) tastatur_unget(others[i]);
   return 0;
 }
 

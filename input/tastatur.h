@@ -4,7 +4,10 @@
 #pragma once
 
 int tastatur_init();
+// The first waiting reaction key as a code 1 to 8 (0: none); every other
+// waiting key is put back in its order.
 int tastatur_read(int& code);
+bool tastatur_is_reaction(int key);
 
 // A waiting key (Allegro's readkey value: character in the low byte), taken
 // from the buffer; 0 when none waits.

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/datafile.h"
 #include "platform/display.h"
 #include "platform/font.h"
 #include "platform/priority.h"
@@ -81,7 +82,8 @@ int alleg_init(int with_sound) {
     }
     sound_flag_ = 1;
   }
-  custom_font_ = load_datafile_object("#", "ARIAL_PCX");
+  datafile_init();
+  custom_font_ = datafile_object("ARIAL_PCX");
   if (custom_font_) {
     old_font_ = font;
     font = static_cast<FONT*>(custom_font_->dat);

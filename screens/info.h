@@ -1,6 +1,8 @@
-// Feedback counters of the block: the run loop counts every evaluated
-// response; a feedback page shows and resets them.
+// The feedback page ("info") with the counts of correct, wrong and missed
+// responses since the previous page, and the counters the run loop feeds.
 #pragma once
+
+#include "screens/instrukt.h"
 
 int info_richtig();
 int info_fehler();
@@ -10,6 +12,20 @@ struct info_counts {
   int block, richtig, fehler, auslassung;
 };
 info_counts info_counters();
-// Shows-and-resets as a feedback page does: counts back to 0, block + 1.
+// What a feedback page does after drawing: counts back to 0, block + 1.
 void info_next_block();
 void info_reset();
+
+class info : public instrukt {
+ public:
+  explicit info(const char* format);
+  info(const char* line, int& error);
+  int set(const char* token) override;
+  int prepare() override;
+  ~info() override;
+
+  char* format;
+  char* extra = nullptr;
+};
+
+stim* _info(const char* line);

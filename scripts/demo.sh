@@ -1,20 +1,42 @@
 #!/usr/bin/env bash
-# A demo session from the examples. Without a display it runs on a private
-# Xvfb server.
+# A session of the crossmodal test from the examples. With a display a person
+# takes it; without one it runs on a private Xvfb server with a scripted
+# participant, and the script reports what happened.
 set -u
 cd "$(dirname "$0")/.."
 out=build/demo
 mkdir -p "$out"
+rm -f "$out/results.txt"
 log="$out/ixmod.log"
-cmd=(build/ixmod -s=examples/demo.s -lst=examples/empty.lst -cfg=examples/ixmod.cfg
-     -dict=examples/en.dict -locale=en "-log=$log")
-if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1; then
-  "${cmd[@]}"
+cmd=(build/ixmod -s=examples/crossmodal.s -lst=examples/crossmodal.lst -cfg=examples/ixmod.cfg
+     -dict=examples/en.dict -locale=en "-log=$log" "-timing=$out/timing.tsv")
+if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1 && [ -z "${CI:-}" ]; then
+  IXMOD_RESULTS_SINK="$out/results.txt" "${cmd[@]}"
+  status=$?
 else
-  echo "no display: running on Xvfb"
-  PATH="$PWD/tests/bin:$PATH" scripts/xvfb-run.sh "${cmd[@]}"
+  echo "no display: running on Xvfb with a scripted participant"
+  home=$(mktemp -d)
+  trap 'rm -rf "$home"' EXIT
+  printf 'pcm.!default { type file slave.pcm "null" file "%s/sound.raw" format "raw" }\n' "$PWD/$out" \
+    > "$home/.asoundrc"
+  session() {
+    build/ixmod_participant examples/crossmodal.s 7 > "$out/participant.txt" &
+    "${cmd[@]}"
+    local s=$?
+    wait
+    return $s
+  }
+  export -f session
+  export out
+  HOME="$home" IXMOD_RESULTS_SINK="$out/results.txt" PATH="$PWD/tests/bin:$PATH" \
+    scripts/xvfb-run.sh bash -c "$(declare -p cmd); $(declare -f session); session"
+  status=$?
+  cat "$out/participant.txt"
 fi
-status=$?
 echo "exit status: $status"
 echo "log: $log"
+echo "results lines (trial, label, reaction, reaction time): $out/results.txt"
+echo "timing trace: $out/timing.tsv"
+echo "feedback pages:"
+grep -E 'Block: [0-9]+ - Richtige' "$log" | sed 's/^[0-9]*: /  /'
 exit $status

@@ -106,8 +106,9 @@ TEST_F(Taste, KeyboardReportsEveryEventAndPutsOtherKeysBack) {
   ASSERT_EQ(taste_init(1, 100, 0), 0);
   waiting = {'1', '1', 'a', '8', '9'};
   std::vector<int> codes;
-  for (int i = 0; i < 5; ++i) codes.push_back(poll_at(i));
-  EXPECT_EQ(codes, (std::vector<int>{1, 1, 0, 8, 0}));
+  for (int i = 0; i < 4; ++i) codes.push_back(poll_at(i));
+  EXPECT_EQ(codes, (std::vector<int>{1, 1, 8, 0}));
+  // Other keys go back in their order and never hide a reaction key.
   EXPECT_EQ(put_back, (std::vector<int>{'a', '9'}));
 }
 
