@@ -9,9 +9,9 @@ mkdir -p "$out"
 rm -f "$out/results.txt"
 log="$out/ixmod.log"
 cmd=(build/ixmod -s=examples/crossmodal.s -lst=examples/crossmodal.lst -cfg=examples/ixmod.cfg
-     -dict=examples/en.dict -locale=en "-log=$log" "-timing=$out/timing.tsv")
+     -dict=examples/en.dict -locale=en "-log=$log" "-timing=$out/timing.tsv" "-res=$out/results.txt")
 if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1 && [ -z "${CI:-}" ]; then
-  IXMOD_RESULTS_SINK="$out/results.txt" "${cmd[@]}"
+  "${cmd[@]}"
   status=$?
 else
   echo "no display: running on Xvfb with a scripted participant"
@@ -28,7 +28,7 @@ else
   }
   export -f session
   export out
-  HOME="$home" IXMOD_RESULTS_SINK="$out/results.txt" PATH="$PWD/tests/bin:$PATH" \
+  HOME="$home" PATH="$PWD/tests/bin:$PATH" \
     scripts/xvfb-run.sh bash -c "$(declare -p cmd); $(declare -f session); session"
   status=$?
   cat "$out/participant.txt"

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -15,14 +16,15 @@ char name_[255];
 std::vector<char*> buffered_;
 bool registered_ = false;
 
-FILE* sink_ = nullptr;
 bool capture_ = false;
 std::vector<std::string> captured_;
 }  // namespace
 
 int results_init(int) {
-  if (const char* path = getenv("IXMOD_RESULTS_SINK")) {
-    if (!sink_) sink_ = fopen(path, "a");
+  const char* name = argument_value("res");
+  if (name && resopen(name) != 0) {
+    alleg_perror(name);
+    return -1;
   }
   return 0;
 }
@@ -31,9 +33,11 @@ int results_init() { return results_init(1000); }
 int result(const char* line) {
   if (!line) return 0;
   if (capture_) captured_.emplace_back(line);
-  if (sink_) {
-    fputs(line, sink_);
-    fflush(sink_);
+  // The sink is on only when a results file is open; the lines are written
+  // when it is closed at exit, so trials never wait on the disk.
+  if (stream_) {
+    char* copy = strdup(line);
+    if (copy) buffered_.push_back(copy);
   }
   return 0;
 }

@@ -1,11 +1,10 @@
-// The sink for per-trial results lines. In this test the sink is switched
-// off: result() accepts every line and discards it. The file service around
-// it (open, buffered lines, close removing an empty file) is kept working.
+// The sink for per-trial results lines. By default it is switched off:
+// result() accepts every line and discards it, and the trials' outcomes
+// reach only the log. The option "res" names a file and switches it on.
 #pragma once
 
-// With the environment variable IXMOD_RESULTS_SINK naming a file, every
-// line handed to result() is also appended there: whole-program tests read
-// the trials' outcomes from it. Labs never set it.
+// Without the option "res" the sink is off: result() discards every line.
+// "-res=FILE" switches it on: lines are kept and written to FILE at exit.
 int results_init(int size);
 int results_init();
 

@@ -17,7 +17,7 @@ class ProgramTest : public ::testing::Test {
   }
 
   std::vector<std::string> args(const std::string& stimfile = "t.s") const {
-    return {"-s=" + stimfile, "-lst=t.lst", "-log=t.log", "-dict=en.dict", "-cfg=t.cfg"};
+    return {"-s=" + stimfile, "-lst=t.lst", "-log=t.log", "-dict=en.dict", "-cfg=t.cfg", "-res=results.txt"};
   }
 
   harness::Run run(const std::vector<std::string>& a, const std::vector<std::string>& env = {}) {

@@ -114,7 +114,6 @@ Started start(const Dir& dir, const std::vector<std::string>& args, const std::v
     // leak check at exit: what it reports there are the sound library's
     // allocations and those of a driver module unloaded before the check.
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    setenv("IXMOD_RESULTS_SINK", (dir.path() + "/results.txt").c_str(), 1);
     const std::string path = std::string(IXMOD_TEST_BIN) + ":" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
     setenv("PATH", path.c_str(), 1);
     for (const std::string& e : env) {

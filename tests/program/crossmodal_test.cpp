@@ -1,0 +1,139 @@
+// The crossmodal test as a whole: instruction page, a block of tones and
+// arrows answered through XTEST, the feedback page, the results file, the
+// picture on the screen and the tones in the recorded sound.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "fixture.h"
+
+using harness::contains;
+
+namespace {
+
+// Frequencies of the tones in the recording (unsigned 16-bit stereo,
+// 44.1 kHz), in the order they sound.
+std::vector<double> tones(const std::string& raw) {
+  std::vector<double> found;
+  const size_t frames = raw.size() / 4;
+  auto left = [&](size_t i) {
+    return static_cast<int>(static_cast<uint8_t>(raw[4 * i]) | static_cast<uint8_t>(raw[4 * i + 1]) << 8) - 32768;
+  };
+  const size_t win = 441;
+  size_t start = 0;
+  bool in = false;
+  for (size_t i = 0; i + win < frames; i += win) {
+    int peak = 0;
+    for (size_t j = i; j < i + win; ++j) peak = std::max(peak, std::abs(left(j)));
+    if (peak > 2000 && !in) {
+      in = true;
+      start = i;
+    } else if (peak <= 2000 && in) {
+      in = false;
+      int crossings = 0;
+      for (size_t j = start + 1; j < i; ++j) crossings += (left(j - 1) < 0) != (left(j) < 0);
+      found.push_back(crossings / 2.0 / (static_cast<double>(i - start) / 44100.0));
+    }
+  }
+  return found;
+}
+
+class Crossmodal : public ProgramTest {
+ protected:
+  void SetUp() override {
+    ProgramTest::SetUp();
+    dir.write("t.lst", std::string("1\nanwde.bmp\n") + IXMOD_RESOURCES + "/anwde.bmp\n");
+    dir.write("t.s",
+              "instr datei=anw.bmp\n"
+              "---\n"
+              "prep nummer=1 index=0 t0=500 uv=hoch;\n"
+              "pfeil nummer=1 index=0 t0=1500 t1=1000 kritisch=1 uv=passt;\n"
+              "prep nummer=2 index=1 t0=3500 uv=tief;\n"
+              "pfeil nummer=2 index=0 t0=4500 t1=1000 kritisch=0 uv=anders;\n"
+              "prep nummer=3 index=1 t0=6500 uv=tief;\n"
+              "pfeil nummer=3 index=1 t0=7500 t1=1000 kritisch=1 uv=passt;\n"
+              "---\n"
+              "info extra=Danke.;\n");
+  }
+  std::vector<std::string> args_de() {
+    std::vector<std::string> a = args();
+    a.push_back("-locale=de");
+    return a;
+  }
+  harness::X x;
+};
+
+TEST_F(Crossmodal, ASessionIsShownHeardAnsweredAndCounted) {
+  const harness::Started p = harness::start(dir, args_de());
+  harness::X::Rect w{0, 0, 0, 0};
+  ASSERT_TRUE(x.wait_for_window(640, 480, 10000, &w));
+  const long long t0 = harness::steady_ns();
+  harness::sleep_until_ms(t0, 600);
+  EXPECT_GT(x.lit(w.x + 100, w.y + 200, 824, 360), 5000);  // the instruction page
+  harness::sleep_until_ms(t0, 1500);
+  EXPECT_GT(x.lit(w.x + 100, w.y + 200, 824, 360), 5000);  // it waits for a key
+  x.press("space");
+  const long long b = harness::steady_ns();  // the block starts now
+  harness::sleep_until_ms(b, 2000);
+  // The arrow, centred; the rest of the screen dark.
+  EXPECT_GT(x.lit(w.x + 487, w.y + 300, 50, 180), 6000);
+  EXPECT_EQ(x.lit(w.x, w.y, 300, 768), 0);
+  x.press("1");  // correct
+  harness::sleep_until_ms(b, 2800);
+  EXPECT_EQ(x.lit(w.x, w.y, w.w, w.h), 0);  // hidden after its second
+  harness::sleep_until_ms(b, 8000);
+  x.press("1");  // correct
+  harness::sleep_until_ms(b, 11500);
+  x.press("space");  // the feedback page
+  const harness::Run r = finish(p);
+  EXPECT_EQ(r.status, 0) << log;
+  EXPECT_TRUE(contains(log, "Block: 0 - Richtige: 2 - Fehler: 0 - Auslassungen: 0")) << log;
+  // Catch trials without a press save nothing.
+  std::istringstream lines(results);
+  int n1, n3, r1, r3;
+  long rt1, rt3;
+  char uv1[20], uv3[20];
+  std::string l1, l3;
+  std::getline(lines, l1);
+  std::getline(lines, l3);
+  ASSERT_EQ(sscanf(l1.c_str(), "%d %19s %d %ld", &n1, uv1, &r1, &rt1), 4) << results;
+  ASSERT_EQ(sscanf(l3.c_str(), "%d %19s %d %ld", &n3, uv3, &r3, &rt3), 4) << results;
+  EXPECT_EQ(n1, 1);
+  EXPECT_STREQ(uv1, "passt");
+  EXPECT_EQ(r1, 1);
+  EXPECT_EQ(n3, 3);
+  EXPECT_EQ(r3, 1);
+  // High, low, low.
+  const std::vector<double> f = tones(dir.read("sound.raw"));
+  ASSERT_EQ(f.size(), 3u);
+  EXPECT_NEAR(f[0], 1000, 60);
+  EXPECT_NEAR(f[1], 500, 40);
+  EXPECT_NEAR(f[2], 500, 40);
+}
+
+TEST_F(Crossmodal, XOnTheInstructionPageEndsTheRun) {
+  const harness::Started p = harness::start(dir, args_de());
+  ASSERT_TRUE(x.wait_for_window(640, 480));
+  const long long t0 = harness::steady_ns();
+  harness::sleep_until_ms(t0, 600);
+  x.press("x");
+  const harness::Run r = finish(p);
+  EXPECT_EQ(r.status, 255);
+  EXPECT_TRUE(contains(log, "x pressed")) << log;
+  EXPECT_FALSE(contains(log, "Block: 0")) << log;
+  // Nothing was saved: the results file is removed again.
+  EXPECT_TRUE(contains(log, "No results. removing file: results.txt")) << log;
+  EXPECT_FALSE(dir.exists("results.txt"));
+}
+
+TEST_F(Crossmodal, AMissingInstructionPageIsReported) {
+  dir.write("t.lst", "0\n");
+  const harness::Run r = run(args_de());
+  EXPECT_EQ(r.status, 255);
+  EXPECT_TRUE(contains(log, "anwde.bmp")) << log;  // the localised name
+}
+
+}  // namespace
