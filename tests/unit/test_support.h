@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -62,18 +63,15 @@ struct LogCapture {
   explicit LogCapture(std::vector<std::string> extra = {}) {
     const bool named = !extra.empty() && extra[0][0] != '-';
     extra.insert(extra.begin() + (named ? 1 : 0), "-log=" + dir.path("x.log"));
-    args = new Args(std::move(extra));
+    args = std::make_unique<Args>(std::move(extra));
     log_init();
   }
-  ~LogCapture() {
-    log_done();
-    delete args;
-  }
+  ~LogCapture() { log_done(); }  // before the arguments and the directory go
   std::string text() const {
     alleg_logflush();
     return read_text(dir.path("x.log"));
   }
   bool has(const std::string& s) const { return text().find(s) != std::string::npos; }
   TempDir dir;
-  Args* args;
+  std::unique_ptr<Args> args;
 };
