@@ -10,8 +10,8 @@
 class bmp : public stim {
  public:
   // datei names the picture that prepare() loads (null: none).
-  bmp(unsigned nummer, const char* datei, const char* uv, unsigned trigger, int kritisch, long t0, long t1,
-      double relx, double rely);
+  bmp(unsigned nummer, const char* datei, const char* uv, unsigned trigger, int kritisch, long t0, long t1, double relx,
+      double rely);
   // Attributes "x=%lf", "y=%lf" (a decimal comma is accepted) and those of stim.
   bmp(const char* line, int& err);
 

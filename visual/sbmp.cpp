@@ -119,16 +119,22 @@ int sbmp_init(int n, char** names) {
   return 0;
 }
 
-void sbmp_done() {
-  for (int i = 0; bitmaps_ && i < count_; ++i) {
-    if (objects_ && objects_[i]) unload_datafile_object(objects_[i]);
-    else if (bitmaps_[i]) destroy_bitmap(bitmaps_[i]);
+void sbmp_free(int& count, BITMAP**& bitmaps, DATAFILE**& objects) {
+  for (int i = 0; bitmaps && i < count; ++i) {
+    if (objects && objects[i])
+      unload_datafile_object(objects[i]);
+    else if (bitmaps[i])
+      destroy_bitmap(bitmaps[i]);
   }
-  free(bitmaps_);
-  free(objects_);
-  bitmaps_ = nullptr;
-  objects_ = nullptr;
-  count_ = -1;
+  free(bitmaps);
+  free(objects);
+  bitmaps = nullptr;
+  objects = nullptr;
+  count = -1;
+}
+
+void sbmp_done() {
+  sbmp_free(count_, bitmaps_, objects_);
   memset(palette_, 0, sizeof palette_);
 }
 

@@ -18,6 +18,9 @@ RGB* sbmp_palette();
 int sbmp_setonebg();
 // Frees the set; the module is back to "not initialized".
 void sbmp_done();
+// Frees pictures 0..count-1 of a set (one taken from a datafile object with
+// that object) and both arrays; leaves them null and count -1.
+void sbmp_free(int& count, BITMAP**& bitmaps, DATAFILE**& objects);
 
 // A set's names from the list named by option key: the list object named
 // after the option's file name in the resource datafile, else the list

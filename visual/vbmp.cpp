@@ -105,17 +105,7 @@ int vbmp_init(int n, char** names) {
   return 0;
 }
 
-void vbmp_done() {
-  for (int i = 0; bitmaps_ && i < count_; ++i) {
-    if (objects_ && objects_[i]) unload_datafile_object(objects_[i]);
-    else if (bitmaps_[i]) destroy_bitmap(bitmaps_[i]);
-  }
-  free(bitmaps_);
-  free(objects_);
-  bitmaps_ = nullptr;
-  objects_ = nullptr;
-  count_ = -1;
-}
+void vbmp_done() { sbmp_free(count_, bitmaps_, objects_); }
 
 BITMAP* vbmp_bitmap(int i) {
   if (!bitmaps_) {
@@ -200,8 +190,8 @@ int vbmp::hide() {
 int vbmp::speichern() const {
   if (nummer == 0) return 0;
   char line[1000];
-  snprintf(line, sizeof line, "%5d %5ld %5ld %5ld %5d %5d %7ld\n", static_cast<int>(nummer), t_show,
-           t_hide - t_show, t_end - t_hide, kritisch, reaktion, reakzeit);
+  snprintf(line, sizeof line, "%5d %5ld %5ld %5ld %5d %5d %7ld\n", static_cast<int>(nummer), t_show, t_hide - t_show,
+           t_end - t_hide, kritisch, reaktion, reakzeit);
   return result(static_cast<const char*>(line));
 }
 

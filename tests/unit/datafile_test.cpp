@@ -1,12 +1,13 @@
 // The program's own datafile object types, loaded through the datafile
 // reader from a datafile written by the test.
+#include "platform/datafile.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "datafile_writer.h"
-#include "platform/datafile.h"
 #include "test_support.h"
 
 namespace {
