@@ -7,6 +7,7 @@ pkgs=(
   liballegro4-dev libfreetype-dev libfontconfig-dev fonts-liberation
   libx11-dev libxext-dev libxtst-dev libxrandr-dev libdrm-dev
   libgtest-dev libgmock-dev
+  libieee1284-3-dev libserialport-dev
   xvfb xauth xdotool x11-utils alsa-utils sox
 )
 missing=()
