@@ -2,7 +2,9 @@
 
 #include <cerrno>
 
+#include "input/fuss.h"
 #include "input/tastatur.h"
+#include "input/vok.h"
 #include "platform/timer.h"
 #include "services/config.h"
 #include "services/log.h"
@@ -26,15 +28,18 @@ int bad_type() {
 }
 }  // namespace
 
-int taste_init(int keys, _taste_typ type, long dead_time, int) {
+int taste_init(int keys, _taste_typ type, long dead_time, int arg) {
   type_ = type;
   keys_ = keys;
   dead_time_ = dead_time;
   switch (type) {
     case TASTE_TASTATUR:
       return tastatur_init();
+    case TASTE_VOK:
+      return vok_init(keys, arg);
+    case TASTE_FUSS:
+      return fuss_init();
     default:
-      // Response box and foot pedal are not available in this build.
       return bad_type();
   }
 }
@@ -52,6 +57,10 @@ int taste_read(int& code) {
   switch (type_) {
     case TASTE_TASTATUR:
       return tastatur_read(code);
+    case TASTE_VOK:
+      return vok_read(code);
+    case TASTE_FUSS:
+      return fuss_read(code);
     default:
       code = 0;
       return bad_type();

@@ -6,6 +6,8 @@
 
 enum _taste_typ { TASTE_TASTATUR = 0, TASTE_VOK = 1, TASTE_FUSS = 2 };
 
+// Type 0 the keyboard, 1 the response box (vok_init with keys and arg),
+// 2 the foot pedal (fuss_init).
 int taste_init(int keys, _taste_typ type, long dead_time, int arg);
 // Always initialises the keyboard; the device name has no effect.
 int taste_init(int keys, const char* name, long dead_time, int arg);
