@@ -8,6 +8,7 @@
 
 #include "input/taste.h"
 #include "input/tastatur.h"
+#include "input/vok.h"
 #include "platform/alleg.h"
 #include "platform/display.h"
 #include "platform/font.h"
@@ -96,11 +97,23 @@ int trigger_wait(long ms) {
         }
       }
     case TRIGGER_ACK:
-      // The response box is not available in this build: its line cannot
-      // be read, which ends the wait as a device error does.
-      errno = ENODEV;
-      alleg_perror("trigger_wait: ack");
-      return -1;
+      trigger_info(0);
+      for (;;) {
+        int ack = 0;
+        if (vok_ack_noinvert(ack) != 0) return -1;
+        if (ack) {
+          trigger_info(1);
+          return 0;
+        }
+        if (ms != 0 && alleg_get_timer() > deadline) return timed_out(ms);
+        // Only a timed wait for the line can be stopped with x.
+        if (ms != 0) {
+          if (const int k = tastatur_key(); is_x(k)) {
+            alleg_message("stopped");
+            return -1;
+          }
+        }
+      }
     default:
       return fail("trigger_wait");
   }

@@ -1,13 +1,21 @@
 // The trigger wait: exact input names, the delay without a trigger, the
-// timed and untimed waits for the second reaction key and who may stop them.
+// timed and untimed waits for the second reaction key and for the response
+// box's acknowledge line, and who may stop them.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
 #include <vector>
 
 #include "fake_clock.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
+#include "input/vok.h"
 #include "ports/trigger.h"
+#include "sim_port.h"
 #include "test_support.h"
 
 namespace {
@@ -90,6 +98,69 @@ TEST_F(Trigger, SpaceWaitSkipsOtherKeys) {
   keys = {'x', 'a', ' '};
   EXPECT_EQ(trigger_wait(0), 0);
   EXPECT_TRUE(keys.empty());
+}
+
+// The acknowledge line (status bit 0x40) of a box on a simulated LPT1.
+class TriggerAck : public Trigger {
+ protected:
+  void SetUp() override {
+    Trigger::SetUp();
+    trigger_init(TRIGGER_ACK, 0);
+    ASSERT_EQ(vok_init(2, VOK_LPT1, 0), 0);
+  }
+  void TearDown() override {
+    fake_clock::step_ns() = 2000;
+    vok_reset();
+    Trigger::TearDown();
+  }
+  TempDir dir;
+  SimPort port{dir, 1};
+  LogCapture box_log{{port.arg()}};
+};
+
+TEST_F(TriggerAck, UntimedWaitEndsOnlyWithTheLine) {
+  keys = {'x', 'X'};
+  std::atomic<bool> done{false};
+  // The line rises a few ms into the wait; a wait that misses it would
+  // never end, so it ends the test run instead of hanging.
+  std::thread box([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    port.set_status(0x78);
+    for (int i = 0; i < 10000 && !done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (!done) {
+      fprintf(stderr, "TriggerAck: the wait missed the acknowledge line\n");
+      std::abort();
+    }
+  });
+  const int result = trigger_wait(0);
+  done = true;
+  box.join();
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(keys.size(), 2u);  // x is not even read
+  EXPECT_FALSE(box_log.has("stopped"));
+}
+
+TEST_F(TriggerAck, TimedWaitEndsWithTheLineStopsWithXOrGivesUp) {
+  port.set_status(0x78);
+  keys = {'x'};
+  EXPECT_EQ(trigger_wait(1000), 0);
+  EXPECT_EQ(keys.size(), 1u);  // the line is read first
+  port.set_status(0x38);
+  keys = {'a', 'x'};
+  EXPECT_EQ(trigger_wait(1000), -1);
+  EXPECT_TRUE(keys.empty());
+  EXPECT_TRUE(box_log.has("stopped"));
+  fake_clock::step_ns() = 100000;  // fewer turns of the loop per ms
+  const long start = fake_clock::test_ms();
+  EXPECT_EQ(trigger_wait(1000), 0);
+  EXPECT_GT(fake_clock::test_ms() - start, 1000);
+  EXPECT_TRUE(box_log.has("no trigger observed after 1000 ms. continuing..."));
+}
+
+TEST_F(TriggerAck, AReadErrorEndsTheWait) {
+  vok_init(2, static_cast<_vok_port>(35), 0);  // a port the raw reading does not serve
+  EXPECT_EQ(trigger_wait(0), -1);
+  EXPECT_TRUE(box_log.has("vok/port: Invalid argument"));
 }
 
 }  // namespace
