@@ -15,8 +15,10 @@
 #include "screens/back.h"
 #include "screens/info.h"
 #include "screens/instrukt.h"
+#include "screens/led.h"
 #include "screens/null.h"
 #include "screens/pause.h"
+#include "screens/stift.h"
 #include "sound/swav.h"
 #include "visual/sbmp.h"
 #include "visual/vbmp.h"
@@ -161,7 +163,10 @@ int stimuli_init(const char* dict) {
   stim_register("info", _info);
   stim_register("null", _null);
   stim_register("pause", _pause);
+  stim_register("stift", _stift);
+  stim_register("led", _led);
   stim_register("reak", _reak);
+  stim_register("stift", _stift);  // again: the later record answers first, both build a stift
 
   delete dict_;
   dict_ = new Chapter(dict);
