@@ -15,8 +15,12 @@
 #include "services/files.h"
 #include "services/log.h"
 #include "input/taste.h"
+#include "ports/lpt.h"
+#include "ports/trig_out.h"
 #include "ports/trigger.h"
 #include "screens/instrukt.h"
+#include "screens/led.h"
+#include "screens/stift.h"
 #include "services/results.h"
 
 namespace {
@@ -83,6 +87,35 @@ stim* _ixmod(const char* line) { return stim_make<ixmod_>(line); }
 stim* _ixmod_prep(const char* attributes) { return stim_make<ixmod_prep>(attributes); }
 bool ixmod_prep_answered() { return prep_answered_; }
 
+namespace {
+// Trigger values are saved only when the option "tr" is given ("-tr=" for
+// the default name): a trigger value file puts only a marker on the lines.
+// A port that cannot be opened leaves the run without trigger output; a
+// trigger value file asked for and not writable ends it.
+int start_trigger_output() {
+  const int save = argument_lookup("tr") != 0;
+  if (trig_out_init(save) == 0) return 0;
+  if (save && !trig_out_saving()) return -1;
+  alleg_warning("no trigger output");
+  trig_out_disable();
+  return 0;
+}
+
+// Pen and LED ports: one that cannot be opened is switched to none, so that
+// a stimulus file without pens or LEDs runs on a machine without the port,
+// and one with them stops at its first such stimulus ("no valid LPT").
+void start_outputs() {
+  if (stift_init() != 0) {
+    alleg_warning("no pen output");
+    stift_init(stift_none);
+  }
+  if (led_init() != 0) {
+    alleg_warning("no LED output");
+    led_init(led_none, led_static, 0);
+  }
+}
+}  // namespace
+
 int ixmod_main(int argc, char** argv) {
   if (argument_init(argc, const_cast<const char**>(argv)) != 0) return -1;
   if (files_init() != 0) return -1;
@@ -99,11 +132,17 @@ int ixmod_main(int argc, char** argv) {
   if (stimfile_init() != 0) return -1;
   if (results_init(1000) != 0) return -1;
   instrukt_init();
-  // The devices around the trial: the speaker relay and the trigger input
-  // the pause stimulus waits for. After the preloaded sets and before the
-  // registry, so that every stimulus built finds them ready.
+  // The devices around the trial: the speaker relay, the trigger input a
+  // block can wait for, pen and LED lines, the trigger output. After the
+  // results file, whose name the trigger value file follows, and before the
+  // registry, so that every stimulus built finds them ready. All of them
+  // default to LPT1 and write their rest level there; the trigger output
+  // comes last so that its rest level (0xFF when inverting) is what the
+  // recording system sees before the first pulse.
   if (wav_init() != 0) return -1;
   if (trigger_init() != 0) return -1;
+  start_outputs();
+  if (start_trigger_output() != 0) return -1;
   if (stimuli_init(argument_get("dict")) != 0) return -1;
 
   timing_init();
@@ -123,6 +162,7 @@ int ixmod_main(int argc, char** argv) {
     block->speichern();
     delete block;
     timing_write();
+    lpt_flush();
     alleg_logflush();
     if (failed != 0) return -1;
   }

@@ -236,7 +236,7 @@ int stimuli::run(long start) {
     while (alleg_get_timer() < due) {
     }
     timing_record tr{block_no, s->nummer, &typeid(*s), a.type, static_cast<uint64_t>(due) * 1000u,
-                     alleg_get_utimer(), 0};
+                     alleg_get_utimer(), 0, alleg_system_us()};
     switch (a.type) {
       case aktion::SHOW: {
         late = alleg_get_timer() - due;

@@ -16,6 +16,8 @@ struct timing_record {
   uint64_t due_us;          // when the action was due
   uint64_t actual_us;       // when it was started
   uint64_t done_us;         // when it returned (for a show: the onset taken)
+  uint64_t system_us;       // CLOCK_MONOTONIC when it was started, to relate
+                            // the test clock to traces of other clocks
 };
 
 // Opens the file named by option "timing" when given; 0 also without one.

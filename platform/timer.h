@@ -13,6 +13,9 @@ void alleg_timer_handler();
 void alleg_timer_start();
 
 long alleg_get_timer();
+// CLOCK_MONOTONIC in microseconds: the system's clock, for records that
+// other processes compare with (port traces).
+unsigned long long alleg_system_us();
 unsigned long long alleg_get_utimer();
 void alleg_timer_stop();
 void alleg_timer_cont();

@@ -4,6 +4,7 @@
 // and control lines are turned back here.
 #include <ieee1284.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -92,7 +93,15 @@ lpt_opened lpt_ppdev_open(int index, const char* device) {
   }
   parport* port = nullptr;
   if (strcmp(device, "auto") == 0) {
-    if (index < list.portc) port = list.portv[index];
+    // Only ports the kernel drives (ppdev) are taken by themselves; the
+    // library also lists the usual ISA addresses whether a port is there or
+    // not, and writing to those blindly is left to an explicit address.
+    parport* known[16];
+    int n = 0;
+    for (int i = 0; i < list.portc && n < 16; ++i)
+      if (list.portv[i]->filename && strncmp(list.portv[i]->filename, "/dev/parport", 12) == 0) known[n++] = list.portv[i];
+    std::sort(known, known + n, [](const parport* a, const parport* b) { return strcmp(a->name, b->name) < 0; });
+    if (index < n) port = known[index];
   } else {
     for (int i = 0; i < list.portc && !port; ++i)
       if (matches(list.portv[i], device)) port = list.portv[i];

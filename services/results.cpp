@@ -73,6 +73,8 @@ int resopen(const char* name) {
   return 0;
 }
 
+const char* results_name() { return stream_ ? name_ : nullptr; }
+
 void resclose() {
   if (!stream_) return;
   const bool any = !buffered_.empty();

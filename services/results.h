@@ -13,6 +13,8 @@ int result(const char* fmt, const void* a);
 int result(const char* fmt, const void* a, const void* b);
 
 int resopen(const char* name);
+// The results file's name, null while no file is open.
+const char* results_name();
 void resclose();
 
 // Lines handed to result() since start-up, kept only when a test asks for

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/timer.h"
+#include "ports/lpt.h"
 #include "services/argument.h"
 #include "services/config.h"
 #include "services/log.h"
@@ -21,17 +22,6 @@ int lib_position(int voice) { return voice_get_position(voice); }
 const wav_voice_ops library_voices_ = {lib_play,       lib_allocate,     voice_set_volume, voice_start,
                                        voice_stop,     deallocate_voice, release_voice,    lib_position};
 const wav_voice_ops* voices_ = &library_voices_;
-
-int no_port(const char* what) {
-  errno = ENODEV;
-  alleg_perror(what);
-  return -1;
-}
-int no_relay_init(int) { return no_port("wav/relay: no parallel-port layer"); }
-int no_relay_set(int, unsigned char) { return no_port("wav/relay: no parallel-port layer"); }
-
-const wav_relay_ops no_relay_ = {no_relay_init, no_relay_set};
-const wav_relay_ops* relay_ = &no_relay_;
 
 int fail(int error_number, const char* text) {
   errno = error_number;
@@ -50,7 +40,6 @@ void wav_reset() { playing_until_ = 0; }
 
 void wav_voices(const wav_voice_ops* ops) { voices_ = ops ? ops : &library_voices_; }
 const wav_voice_ops& wav_voices() { return *voices_; }
-void wav_relay(const wav_relay_ops* ops) { relay_ = ops ? ops : &no_relay_; }
 
 long wav_length_ms(const SAMPLE* s) {
   if (!s || s->freq <= 0) return 0;
@@ -92,7 +81,7 @@ int wav_init(wav_port_ port) {
     case wav_lpt1:
     case wav_lpt2:
     case wav_lpt3:
-      return relay_->init(port - 1);
+      return lpt_init(port - 1, 0, 0);
   }
   return fail(EINVAL, "wav/wavport");
 }
@@ -192,7 +181,7 @@ int wav::speaker_select(int n) {
     case wav_lpt2:
     case wav_lpt3:
       if (n < 1 || n > 8) return fail(EINVAL, "speaker_select");
-      return relay_->set(port_ - 1, static_cast<unsigned char>(1u << (n - 1)));
+      return lpt_set_port(port_ - 1, static_cast<unsigned char>(1u << (n - 1)));
     case wav_none:
       return fail(EINVAL, "speaker_select: wav_none");
   }

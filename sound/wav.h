@@ -73,12 +73,3 @@ struct wav_voice_ops {
 };
 void wav_voices(const wav_voice_ops* ops);
 const wav_voice_ops& wav_voices();
-
-// The parallel-port calls of the speaker relay, lpt 0..2 for LPT1..LPT3:
-// init(lpt) sets all data lines low, set(lpt, byte) writes the data lines.
-// Without a port layer installed both fail with ENODEV.
-struct wav_relay_ops {
-  int (*init)(int lpt);
-  int (*set)(int lpt, unsigned char byte);
-};
-void wav_relay(const wav_relay_ops* ops);

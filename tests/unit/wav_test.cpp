@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fake_clock.h"
+#include "sim_port.h"
 #include "sound/swav.h"
 #include "test_support.h"
 
@@ -28,8 +29,6 @@ const wav_voice_ops kVoices{
     [](int v) { note("deallocate", v); },
     [](int v) { note("release", v); },
     [](int) { return position; }};
-const wav_relay_ops kRelay{[](int lpt) { return note("lpt_init", lpt); },
-                           [](int lpt, unsigned char b) { return note("lpt " + std::to_string(lpt), b); }};
 
 // A silent mono 8-bit WAV file.
 std::string wav_file(const TempDir& d, const std::string& name, uint32_t rate, uint32_t frames) {
@@ -49,13 +48,12 @@ class Sound : public ::testing::Test {
     position = -1;
     free_voices = 1;
     wav_voices(&kVoices);
-    wav_relay(&kRelay);
     wav_reset();
   }
   void TearDown() override {
     swav_done();
     wav_init(wav_none);
-    wav_relay(nullptr);
+    lpt_reset();
     wav_voices(nullptr);
     volume_init();
     fake_clock::stop();
@@ -90,17 +88,19 @@ TEST_F(Sound, SpeakerSelection) {
   for (auto [text, port] : std::vector<std::pair<const char*, int>>{
            {"lpt2", 2}, {"NONE", 0}, {"LPT3 lpt1", 1}, {"lpt1 none", 0}, {"com1", -1}, {"", -1}})
     EXPECT_EQ(wav_port_of(text), port) << text;
+  SimPort p1(dir, 1), p2(dir, 2);
+  Args ports({p1.arg()});
   wav w("speaker=3", err);
   EXPECT_TRUE(w.preshow() == -1 && log.has("speaker_select: wav_none"));
   ASSERT_EQ(wav_init(wav_lpt1), 0);
   EXPECT_FALSE(w.preshow() || w.cleanup());  // speaker 0 leaves the lines as they are
   w.speaker = 9;
   EXPECT_EQ(w.preshow(), -1);
-  EXPECT_EQ(calls, (std::vector<std::string>{"lpt_init 0", "lpt 0 4"}));
+  EXPECT_EQ(p1.data(), (std::vector<int>{0, 4}));  // all low at start-up, then D2
   EXPECT_EQ(wav_init(static_cast<wav_port_>(4)), -1);
   EXPECT_TRUE(w.preshow() == -1 && log.has("wav/wavport") && log.has("wav_port"));
-  Args lpt2({"-speaker-selection=lpt2"});
-  EXPECT_TRUE(wav_init() == 0 && calls.back() == "lpt_init 1");
+  Args lpt2({"-speaker-selection=lpt2", p2.arg()});
+  EXPECT_TRUE(wav_init() == 0 && p2.data() == std::vector<int>{0});
   Args bad({"-speaker-selection=com1"});
   EXPECT_EQ(wav_init(), -1);
 }

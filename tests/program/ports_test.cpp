@@ -1,0 +1,105 @@
+// Lab equipment on simulated parallel ports: the trigger pulses of a
+// crossmodal block as the amplifier would receive them.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+#include <vector>
+
+#include "fixture.h"
+
+namespace {
+struct Write {
+  long long us;
+  int reg, value;
+};
+
+std::vector<Write> trace(const std::string& text) {
+  std::vector<Write> out;
+  std::istringstream s(text);
+  Write w;
+  while (s >> w.us >> w.reg >> w.value) out.push_back(w);
+  return out;
+}
+
+// Show actions of the timing trace: trial, type, how long the action took
+// (us) and CLOCK_MONOTONIC when it began (us), the clock of the port trace.
+struct Show {
+  unsigned nummer;
+  std::string type;
+  long long took_us, start_us;
+};
+std::vector<Show> shows(const std::string& tsv) {
+  std::vector<Show> out;
+  std::istringstream s(tsv);
+  for (std::string l; std::getline(s, l);) {
+    int block;
+    unsigned nummer;
+    char type[100], action[20], retrace[20];
+    unsigned long long due, actual, done, system;
+    long long late;
+    if (sscanf(l.c_str(), "%d\t%u\t%99s\t%19s\t%llu\t%llu\t%lld\t%llu\t%19s\t%llu", &block, &nummer, type, action, &due,
+               &actual, &late, &done, retrace, &system) == 10 &&
+        std::string(action) == "show")
+      out.push_back({nummer, type, static_cast<long long>(done - actual), static_cast<long long>(system)});
+  }
+  return out;
+}
+}  // namespace
+
+class Ports : public ProgramTest {};
+
+TEST_F(Ports, EveryOnsetGivesOneTriggerPulseOfThreeMilliseconds) {
+  dir.write("t.s",
+            "prep nummer=1 index=0 t0=300 trigger=11 uv=hoch;\n"
+            "pfeil nummer=1 index=0 t0=800 t1=400 kritisch=1 trigger=21 uv=passt;\n"
+            "prep nummer=2 index=1 t0=1500 trigger=12 uv=tief;\n"
+            "pfeil nummer=2 index=1 t0=2000 t1=400 kritisch=0 trigger=22 uv=anders;\n"
+            "null nummer=3 t0=2600 t1=100;\n");
+  std::vector<std::string> a = args();
+  a.push_back("-timing=" + dir.file("timing.tsv"));
+  const harness::Run r = run(a);
+  ASSERT_EQ(r.status, 0) << log;
+  const std::vector<Write> t = trace(dir.read("lpt1.trace"));
+  // Pen and LED lines start low on the same port, then the trigger output
+  // sets its rest level (0xFF, inverted); each pulse is complement and rest.
+  ASSERT_EQ(t.size(), 3u + 2 * 4) << dir.read("lpt1.trace");
+  EXPECT_EQ(t[2].value, 0xff);
+  std::vector<Show> onsets;  // the shows that carry a trigger
+  for (const Show& s : shows(dir.read("timing.tsv")))
+    if (s.nummer != 3) onsets.push_back(s);
+  ASSERT_EQ(onsets.size(), 4u);
+  const int codes[] = {11, 21, 12, 22};
+  for (int i = 0; i < 4; ++i) {
+    SCOPED_TRACE(i);
+    const Write& on = t[3 + 2 * i];
+    const Write& off = t[4 + 2 * i];
+    EXPECT_EQ(on.reg, 0);
+    EXPECT_EQ(on.value, 255 - codes[i]);
+    EXPECT_EQ(off.value, 0xff);
+    const long long width = off.us - on.us;
+    EXPECT_GE(width, 2999);  // trace times are whole microseconds
+    EXPECT_LT(width, 3500);
+    // The pulse begins once the stimulus is out: at once for a tone, at the
+    // retrace for a picture (up to two frames of 60 Hz); the show action ends
+    // with it.
+    const long long rise = on.us - onsets[i].start_us;
+    const bool picture = onsets[i].type == "ixmod_";
+    EXPECT_GE(rise, 0);
+    EXPECT_LT(rise, picture ? 1000 + 33334 : 1000);
+    const long long end = onsets[i].start_us + onsets[i].took_us;
+    EXPECT_LT(std::abs(end - off.us), 1000) << "the show action went on after its pulse";
+  }
+}
+
+TEST_F(Ports, WithoutAPortTheRunGoesOnWithoutTriggers) {
+  dir.write("t.s", "null nummer=1 t0=100 t1=100 trigger=5;\n");
+  std::vector<std::string> a = args();
+  a.back() = "-lpt1-device=none";
+  const harness::Run r = run(a);
+  EXPECT_EQ(r.status, 0) << log;
+  EXPECT_TRUE(harness::contains(log, "lpt/set_port: Invalid argument"));
+  EXPECT_TRUE(harness::contains(log, "warning: 0: no trigger output") || harness::contains(log, "no trigger output"));
+  EXPECT_TRUE(harness::contains(log, "trig_out/port: Invalid argument"));
+}

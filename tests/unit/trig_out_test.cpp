@@ -1,0 +1,131 @@
+#include "ports/trig_out.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "fake_clock.h"
+#include "services/results.h"
+#include "sim_port.h"
+#include "test_support.h"
+
+namespace {
+struct TrigOut : ::testing::Test {
+  void SetUp() override {
+    test_allegro();
+    lpt_reset();
+    trig_out_reset();
+    real_clock::start();
+  }
+  void TearDown() override {
+    trig_out_reset();
+    lpt_reset();
+    alleg_timer_reset();
+  }
+};
+}  // namespace
+
+TEST_F(TrigOut, PortAndInversionTextsAreSearchedAsDesigned) {
+  TempDir d;
+  SimPort p2(d, 2), p3(d, 3);
+  LogCapture log({p2.arg(), p3.arg()});
+  struct {
+    const char* port;
+    const char* invert;
+    int valid;
+    int idle;  // written to the chosen port at start-up; -1 none
+  } cases[] = {
+      {"LPT2", "no", 1, 0x00},
+      {"lpt2", "Yes please", 1, 0xff},
+      {"lpt1 or lpt3", "YES", 1, 0xff},  // the later test wins
+      {"none", "yes", 0, -1},
+      {"com1", "no", 0, -1},
+      {"", "", 0, -1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.port);
+    const size_t before = p2.data().size() + p3.data().size();
+    EXPECT_EQ(trig_out_init(c.port, c.invert, nullptr), 0);
+    EXPECT_EQ(trig_out_valid(), c.valid);
+    const std::vector<int> d2 = p2.data(), d3 = p3.data();
+    if (c.idle < 0) {
+      EXPECT_EQ(d2.size() + d3.size(), before);
+    } else {
+      const std::vector<int>& d = strstr(c.port, "3") ? d3 : d2;
+      ASSERT_FALSE(d.empty());
+      EXPECT_EQ(d.back(), c.idle);
+    }
+  }
+  EXPECT_EQ(trig_out_send(5), -1);  // port none
+  EXPECT_TRUE(log.has("trig_out/port: Invalid argument"));
+}
+
+TEST_F(TrigOut, PulsesCarryTheCodeForTheirWidth) {
+  TempDir d;
+  SimPort p(d, 2);
+  LogCapture log({p.arg()});
+  struct {
+    const char* invert;
+    int on, off;
+  } cases[] = {{"no", 5, 0}, {"yes", 250, 255}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.invert);
+    ASSERT_EQ(trig_out_init("LPT2", c.invert, nullptr), 0);
+    const size_t start = p.trace().size();
+    ASSERT_EQ(trig_out_send(5), 0);
+    const std::vector<SimPort::write> t = p.trace();
+    ASSERT_EQ(t.size(), start + 2);
+    EXPECT_EQ(t[start].value, c.on);
+    EXPECT_EQ(t[start + 1].value, c.off);
+    const long long width = static_cast<long long>(t[start + 1].us - t[start].us);
+    // Trace times are whole microseconds: a width may read 1 us short.
+    EXPECT_GE(width, 2999);
+    EXPECT_LT(width, 3000 + 20000) << "not a 3 ms pulse";
+  }
+}
+
+TEST_F(TrigOut, ATriggerFileSeesTheCodeAndTheLinesOnlyTheMarker) {
+  TempDir d;
+  SimPort p(d, 1);
+  LogCapture log({p.arg()});
+  const std::string file = d.path("x.trg");
+  ASSERT_EQ(trig_out_init(trig_out_lpt1, 1, 3000, file.c_str()), 0);
+  EXPECT_TRUE(trig_out_saving());
+  ASSERT_EQ(trig_out_send(5), 0);
+  const long after = alleg_get_timer();
+  EXPECT_EQ(p.data(), (std::vector<int>{0xff, 0xff, 0x7f}));  // idle, marker on, marker off
+  trig_out_done();
+  long t = -1;
+  int code = -1;
+  ASSERT_EQ(sscanf(read_text(file).c_str(), "%ld %d", &t, &code), 2);
+  EXPECT_EQ(code, 5);
+  EXPECT_GE(t, 3);  // taken after the pulse
+  EXPECT_LE(t, after);
+}
+
+TEST_F(TrigOut, FailuresAreReportedAndLeaveNoOutput) {
+  TempDir d;
+  LogCapture log({"-lpt1-device=none"});
+  EXPECT_EQ(trig_out_init(trig_out_lpt1, 1, 3000, (d.dir + "/no/such/dir.trg").c_str()), -1);
+  EXPECT_TRUE(log.has("trigfile: No such file or directory"));
+  EXPECT_FALSE(trig_out_saving());
+  EXPECT_EQ(trig_out_init("lpt1", "yes", nullptr), -1);  // undefined port
+  EXPECT_TRUE(log.has("lpt/set_port: Invalid argument"));
+  trig_out_disable();
+  EXPECT_FALSE(trig_out_valid());
+}
+
+TEST_F(TrigOut, DefaultFileNameFollowsTheResultsFile) {
+  TempDir d;
+  SimPort p(d, 1);
+  LogCapture log({d.path("ixmod"), p.arg(), "-triggerport=none"});
+  ASSERT_EQ(trig_out_init(1), 0);
+  // No results file: the program's name with extension trg, in its folder.
+  EXPECT_TRUE(log.has("Using " + d.path("ixmod.trg") + " for saving trigger values"));
+  EXPECT_TRUE(trig_out_saving());
+  trig_out_done();
+  ASSERT_EQ(resopen(d.path("r.txt").c_str()), 0);
+  ASSERT_EQ(trig_out_init(1), 0);
+  EXPECT_TRUE(log.has("Using " + d.path("r.txt.trg") + " for saving trigger values"));
+  resclose();
+}
