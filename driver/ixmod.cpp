@@ -15,6 +15,7 @@
 #include "services/files.h"
 #include "services/log.h"
 #include "input/taste.h"
+#include "input/vok.h"
 #include "ports/lpt.h"
 #include "ports/trig_out.h"
 #include "ports/trigger.h"
@@ -141,6 +142,9 @@ int ixmod_main(int argc, char** argv) {
   // recording system sees before the first pulse.
   if (wav_init() != 0) return -1;
   if (trigger_init() != 0) return -1;
+  // The acknowledge line is read from the response box's port ("vok-port"),
+  // checked at start-up like the box itself.
+  if (trigger_type() == TRIGGER_ACK && vok_init(2, 0) != 0) return -1;
   start_outputs();
   if (start_trigger_output() != 0) return -1;
   if (stimuli_init(argument_get("dict")) != 0) return -1;

@@ -140,17 +140,15 @@ void alleg_rest(long ms) {
   }
 }
 
+// Spins on the counter itself rather than on the test clock: a timer
+// thread that runs late catches up with several ticks at once, and the test
+// clock jumps with them, which would cut a trigger pulse short. Counter
+// tics per microsecond come from the calibration against the callback, so
+// the wait is as long in test time as the clock would make it on average.
+// Waits also end while the test clock stands still.
 int alleg_urest(unsigned long long us) {
-  // While the test clock stands still (a pause, the display switched away)
-  // a wait still ends: it runs on the counter itself.
-  if (!running_.load(std::memory_order_acquire)) {
-    const uint64_t until = alleg_timer_rdtsc() + us * tics_per_us_;
-    while (alleg_timer_rdtsc() < until) {
-    }
-    return 0;
-  }
-  const unsigned long long end = alleg_get_utimer() + us;
-  while (alleg_get_utimer() < end) {
+  const uint64_t until = alleg_timer_rdtsc() + us * tics_per_s_ / 1000000ull;
+  while (alleg_timer_rdtsc() < until) {
   }
   return 0;
 }

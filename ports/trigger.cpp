@@ -63,6 +63,8 @@ int trigger_init(_trigger_type type, int show) {
   return 0;
 }
 
+_trigger_type trigger_type() { return static_cast<_trigger_type>(type_); }
+
 int trigger_wait(long ms) {
   const long deadline = alleg_get_timer() + ms;
   switch (type_) {

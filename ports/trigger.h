@@ -9,6 +9,7 @@ enum _trigger_type { TRIGGER_NONE = 0, TRIGGER_SPACE = 1, TRIGGER_KEY2 = 2, TRIG
 int trigger_init();
 int trigger_init(const char* input, const char* show);
 int trigger_init(_trigger_type type, int show);
+_trigger_type trigger_type();
 
 // Waits for the trigger, at most ms (0: no timeout); 0 when it came or the
 // wait is over, -1 when stopped or on an error.

@@ -5,7 +5,10 @@
 //   2. display latency: from the onset time the program takes to the moment
 //      a second process reading the screen sees the pixels change;
 //   3. key latency: from a key sent through XTEST by a second process to the
-//      moment the reaction-key layer reports it.
+//      moment the reaction-key layer reports it;
+//   4. trigger pulses on a simulated parallel port (option -lpt1-device names
+//      its file): width error and delay from the show action to the rising
+//      edge, at normal and high priority.
 // Both processes take their times from CLOCK_MONOTONIC. Figures in µs.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -36,6 +39,8 @@
 #include "platform/display.h"
 #include "platform/priority.h"
 #include "platform/timer.h"
+#include "ports/lpt.h"
+#include "ports/trig_out.h"
 #include "services/argument.h"
 
 namespace {
@@ -177,6 +182,59 @@ void row(const char* what, const Stats& s, const char* extra = "") {
          s.sd, extra);
 }
 
+// Every write the simulated LPT1 has traced: CLOCK_MONOTONIC us and value of
+// the data register.
+std::vector<std::pair<unsigned long long, int>> data_writes(const char* path) {
+  lpt_flush();
+  std::vector<std::pair<unsigned long long, int>> out;
+  char name[1100];
+  snprintf(name, sizeof name, "%s.trace", path);
+  FILE* f = fopen(name, "r");
+  if (!f) return out;
+  unsigned long long us;
+  int reg, value;
+  while (fscanf(f, "%llu %d %d", &us, &reg, &value) == 3)
+    if (reg == 0) out.emplace_back(us, value);
+  fclose(f);
+  return out;
+}
+
+// n trigger pulses 10 ms apart, each matched with its show action.
+void trigger_rows(int n, const char* port_file) {
+  const struct {
+    unsigned cls;
+    const char* name;
+  } prios[] = {{NORMAL_PRIORITY_CLASS, "normal"}, {HIGH_PRIORITY_CLASS, "high"}};
+  for (const auto& p : prios) {
+    alleg_prio(p.cls);
+    timing_clear();
+    const size_t before = data_writes(port_file).size();
+    std::vector<std::string> lines;
+    for (int i = 0; i < n; ++i)
+      lines.push_back("pulse nummer=" + std::to_string(i + 1) + " t0=" + std::to_string(200 + i * 10) +
+                      " t1=5 kritisch=-1 trigger=" + std::to_string(i % 255 + 1));
+    run_block(lines);
+    const std::vector<std::pair<unsigned long long, int>> w = data_writes(port_file);
+    std::vector<double> width, delay;
+    int shown = 0;
+    size_t k = before;
+    for (int i = 0; i < timing_count() && k + 1 < w.size(); ++i) {
+      const timing_record& r = timing_records()[i];
+      if (r.action != 2) continue;
+      ++shown;
+      width.push_back(static_cast<double>(w[k + 1].first - w[k].first) - 3000.0);
+      delay.push_back(static_cast<double>(w[k].first) - static_cast<double>(r.system_us));
+      k += 2;
+    }
+    char label[80], extra[80];
+    snprintf(extra, sizeof extra, "shown %d, pulses %zu", shown, (w.size() - before) / 2);
+    snprintf(label, sizeof label, "trigger width error, %s", p.name);
+    row(label, stats(width), extra);
+    snprintf(label, sizeof label, "trigger show to rising edge, %s", p.name);
+    row(label, stats(delay));
+  }
+}
+
 std::vector<std::string> flashes(int n, long gap_ms, long first_ms) {
   std::vector<std::string> lines;
   for (int i = 0; i < n; ++i)
@@ -282,6 +340,15 @@ int main(int argc, char** argv) {
 
   shared->phase = QUIT;
   waitpid(child, nullptr, 0);
+
+  // 4. Trigger pulses.
+  if (const char* port_file = argument_value("lpt1-device")) {
+    stim_register("pulse", stim_make<stim>);
+    if (trig_out_init(trig_out_lpt1, 0, 3000, nullptr) == 0)
+      trigger_rows(std::max(n, 1000), port_file);
+    else
+      fprintf(stderr, "bench: no trigger port\n");
+  }
   alleg_exitcode(0);
   return 0;
 }

@@ -1,6 +1,8 @@
 // Lab equipment on simulated parallel ports: the trigger pulses of a
 // crossmodal block as the amplifier would receive them.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -45,6 +47,14 @@ std::vector<Show> shows(const std::string& tsv) {
       out.push_back({nummer, type, static_cast<long long>(done - actual), static_cast<long long>(system)});
   }
   return out;
+}
+// Sets the status register of the simulated LPT1 in place, as a box does;
+// the program has the file mapped, so it is never truncated.
+void set_status(const harness::Dir& dir, unsigned char v) {
+  const int fd = open(dir.file("lpt1").c_str(), O_RDWR);
+  ASSERT_GE(fd, 0);
+  EXPECT_EQ(pwrite(fd, &v, 1, 1), 1);
+  close(fd);
 }
 }  // namespace
 
@@ -102,4 +112,28 @@ TEST_F(Ports, WithoutAPortTheRunGoesOnWithoutTriggers) {
   EXPECT_TRUE(harness::contains(log, "lpt/set_port: Invalid argument"));
   EXPECT_TRUE(harness::contains(log, "warning: 0: no trigger output") || harness::contains(log, "no trigger output"));
   EXPECT_TRUE(harness::contains(log, "trig_out/port: Invalid argument"));
+}
+
+TEST_F(Ports, ABlockWaitsForTheAcknowledgeLineOfTheResponseBox) {
+  dir.write("t.s", "pause t0=0 t1=0;\nnull nummer=1 t0=100 t1=100;\n");
+  std::vector<std::string> a = args();
+  a.push_back("-trigger-input=ack");
+  a.push_back("-timing=" + dir.file("timing.tsv"));
+  // A simulated port with the box's keys released (0x38); nothing pressed.
+  dir.write("lpt1", std::string("\x00\x38\x00\x00", 4));
+  const harness::Started p = harness::start(dir, a);
+  harness::sleep_until_ms(harness::steady_ns(), 1500);
+  const long long raised_us = harness::steady_ns() / 1000;
+  set_status(dir, 0x78);  // the acknowledge line
+  const harness::Run r = finish(p);
+  ASSERT_EQ(r.status, 0) << log;
+  const std::vector<Show> s = shows(dir.read("timing.tsv"));
+  ASSERT_EQ(s.size(), 2u);  // the pause, then the null stimulus
+  EXPECT_EQ(s[1].type, "null");
+  EXPECT_GT(s[1].start_us, raised_us) << "the block went on before the line was raised";
+
+  // Keys pressed (or the box missing) at start-up: the run does not begin.
+  set_status(dir, 0x00);
+  EXPECT_EQ(run(a).status, 255);
+  EXPECT_TRUE(harness::contains(log, "vok/port: Key 1 or Key 2 pressed/Keys not connected."));
 }
