@@ -6,10 +6,11 @@ set -u
 cd "$(dirname "$0")/.."
 out=build/demo
 mkdir -p "$out"
-rm -f "$out/results.txt"
+rm -f "$out/results.txt" "$out/lpt1" "$out/lpt1.trace"
 log="$out/ixmod.log"
 cmd=(build/ixmod -s=examples/crossmodal.s -lst=examples/crossmodal.lst -cfg=examples/ixmod.cfg
-     -dict=examples/en.dict -locale=en "-log=$log" "-timing=$out/timing.tsv" "-res=$out/results.txt")
+     -dict=examples/en.dict -locale=en "-log=$log" "-timing=$out/timing.tsv" "-res=$out/results.txt"
+     "-lpt1-device=$PWD/$out/lpt1")
 if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1 && [ -z "${CI:-}" ]; then
   "${cmd[@]}"
   status=$?
@@ -37,6 +38,11 @@ echo "exit status: $status"
 echo "log: $log"
 echo "results lines (trial, label, reaction, reaction time): $out/results.txt"
 echo "timing trace: $out/timing.tsv"
+if [ -f "$out/lpt1.trace" ]; then
+  # Data-register writes other than the rest levels 0 and 0xFF: one per pulse.
+  pulses=$(awk '$2 == 0 && $3 != 255 && $3 != 0 { n++ } END { print n + 0 }' "$out/lpt1.trace")
+  echo "trigger pulses on the simulated LPT1 (onsets and reactions): $pulses ($out/lpt1.trace)"
+fi
 echo "feedback pages:"
 grep -E 'Block: [0-9]+ - Richtige' "$log" | sed 's/^[0-9]*: /  /'
 exit $status
