@@ -372,7 +372,8 @@ void compare(unsigned char before, unsigned char after, const char* output) {
 }
 }  // namespace
 
-int serial_init(const char* name) {
+namespace {
+int open_and_probe(const char* name) {
   serial_done();
   int result = 0;
   port_ = new COMPort(name, result);
@@ -414,13 +415,33 @@ int serial_init(const char* name) {
   (void)registered;
   return 0;
 }
+}  // namespace
+
+// The port's failures are reported here, where the program meets the port:
+// a failed port ends the reaction device's start-up or reading with -1,
+// never the program.
+int serial_init(const char* name) {
+  try {
+    return open_and_probe(name);
+  } catch (const std::runtime_error& e) {
+    alleg_error(e.what());
+    serial_done();
+    return -1;
+  }
+}
 
 int serial_read_status(unsigned char& status) {
   if (!port_) {
     alleg_error("serial_read_status: not initialized");
     return -1;
   }
-  const unsigned char m = port_->getModemSignals();
+  unsigned char m;
+  try {
+    m = port_->getModemSignals();
+  } catch (const std::runtime_error& e) {
+    alleg_error(e.what());
+    return -1;
+  }
   status = static_cast<unsigned char>(((m & 0x10) ? 0x10 : 0) | ((m & (ri_select_ ? 0x40 : 0x20)) ? 0x20 : 0));
   return 0;
 }
@@ -428,7 +449,11 @@ int serial_read_status(unsigned char& status) {
 void serial_done() {
   COMPort* p = port_;
   port_ = nullptr;
-  delete p;
+  try {
+    delete p;
+  } catch (const std::runtime_error& e) {
+    alleg_error(e.what());
+  }
 }
 
 void serial_lines(const serial_lines_ops* ops) { lines_ = ops; }

@@ -3,24 +3,21 @@
 // always high. A pressed key opens its line. A reading can be made slow by
 // advancing the fake clock.
 #pragma once
+#include <gtest/gtest.h>
+
 #include <string>
 
 #include "fake_clock.h"
 #include "input/serial.h"
+#include "test_support.h"
 
 namespace serial_box {
 
 struct state {
-  bool open_ok = true;
-  std::string opened;  // device of the last open
-  int closes = 0;
-  bool dtr = true, rts = true;
-  int set_result = 0;              // what set_dtr/set_rts return
-  unsigned char key2_line = 0x20;  // 0x20 DSR or 0x40 RI
-  bool key1 = false, key2 = false, ring = false;
-  int slow_ms = 0;                 // fake clock time one reading takes
-  bool broken = false;             // the lines cannot be read
-  std::string calls;               // "D0 D1 R0 R1 " and so on
+  bool open_ok = true, dtr = true, rts = true, key1 = false, key2 = false, ring = false, broken = false;
+  std::string opened, calls;                    // device of the last open; "D0 D1 R0 R1 " and so on
+  int closes = 0, set_result = 0, slow_ms = 0;  // what set_dtr/set_rts return; ms of fake clock a reading takes
+  unsigned char key2_line = 0x20;               // 0x20 DSR or 0x40 RI
 };
 
 inline state& box() {
@@ -28,42 +25,48 @@ inline state& box() {
   return s;
 }
 
-inline int open(const char* device) {
-  box().opened = device;
-  return box().open_ok ? 0 : -1;
-}
-inline void close() { ++box().closes; }
-inline int set_dtr(bool on) {
-  box().dtr = on;
-  box().calls += on ? "D1 " : "D0 ";
+inline int set(bool& output, bool on, const char* name) {
+  output = on;
+  box().calls += name + std::string(on ? "1 " : "0 ");
   return box().set_result;
-}
-inline int set_rts(bool on) {
-  box().rts = on;
-  box().calls += on ? "R1 " : "R0 ";
-  return box().set_result;
-}
-inline int signals(unsigned char& m) {
-  const state& b = box();
-  const uint64_t reads = static_cast<uint64_t>(b.slow_ms) * 1000000u / fake_clock::step_ns();
-  for (uint64_t i = 0; i < reads; ++i) fake_clock::read();
-  m = 0x80;
-  if (b.rts && !b.key1) m |= 0x10;
-  if (b.dtr && !b.key2) m |= b.key2_line;
-  if (b.ring) m |= 0x40;
-  m |= 0x03;  // the outputs must never show in the modem byte
-  return b.broken ? -1 : 0;
 }
 
-// Installs a fresh box; uninstall() closes the port and restores the device.
+// Installs a fresh box.
 inline void install() {
   box() = state{};
-  static const serial_lines_ops ops{open, close, set_dtr, set_rts, signals};
+  static const serial_lines_ops ops{
+      [](const char* device) {
+        box().opened = device;
+        return box().open_ok ? 0 : -1;
+      },
+      [] { ++box().closes; },
+      [](bool on) { return set(box().dtr, on, "D"); },
+      [](bool on) { return set(box().rts, on, "R"); },
+      [](unsigned char& m) {
+        const state& b = box();
+        for (uint64_t i = 0, n = b.slow_ms * 1000000ull / fake_clock::step_ns(); i < n; ++i) fake_clock::read();
+        // The outputs (0x03) must never show in the modem byte.
+        m = 0x83 | (b.rts && !b.key1 ? 0x10 : 0) | (b.dtr && !b.key2 ? b.key2_line : 0) | (b.ring ? 0x40 : 0);
+        return b.broken ? -1 : 0;
+      }};
   serial_lines(&ops);
 }
-inline void uninstall() {
-  serial_done();
-  serial_lines(nullptr);
-}
+
+// A fresh box on a running fake clock; at the end the port is closed and
+// the device restored.
+class Test : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    test_allegro();
+    fake_clock::start();
+    install();
+  }
+  void TearDown() override {
+    serial_done();
+    serial_lines(nullptr);
+    fake_clock::stop();
+  }
+  state& box = serial_box::box();
+};
 
 }  // namespace serial_box

@@ -4,48 +4,71 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 
 #include "serial_box.h"
 #include "test_support.h"
 
 namespace {
 
-class Serial : public ::testing::Test {
- protected:
-  void SetUp() override {
-    test_allegro();
-    fake_clock::start();
-    serial_box::install();
-  }
-  void TearDown() override {
-    serial_box::uninstall();
-    fake_clock::stop();
-  }
-  serial_box::state& box = serial_box::box();
-};
+using Serial = serial_box::Test;
 
-TEST_F(Serial, NamesMustBeUpperCaseComAndANumber) {
-  LogCapture log({"-com4-device=/dev/ttyUSB0"});
-  const struct {
-    const char *name, *device;  // device opened, "" none
-    int result;
-  } kCases[] = {{"COM3", "/dev/ttyS2", 0}, {"COM12", "/dev/ttyS11", 0}, {"COM4", "/dev/ttyUSB0", 0},
-                {"com3", "", -1},          {"\\\\.\\COM12", "", -1},    {"xCOM3", "", -1}};
+// The text an operation throws, "" when it does not.
+std::string thrown(const std::function<void()>& op) {
+  try {
+    op();
+  } catch (const std::runtime_error& e) {
+    return e.what();
+  }
+  return "";
+}
+
+TEST_F(Serial, NamesDevicesModesAndFailures) {
+  LogCapture log({"-com4-device=/dev/ttyUSB0", "-com1-device=/nonexistent/ttyX"});
+  const struct { const char *name, *device; int result; } kCases[] = {  // device opened, "" none
+      {"COM3", "/dev/ttyS2", 0}, {"COM12", "/dev/ttyS11", 0}, {"COM4", "/dev/ttyUSB0", 0},
+      {"com3", "", -1},          {"xCOM3", "", -1}};
   for (const auto& c : kCases) {
     box.opened.clear();
     int result = 99;
     { COMPort port(c.name, result); }
-    EXPECT_EQ(result, c.result) << c.name;
-    EXPECT_EQ(box.opened, c.device) << c.name;
+    EXPECT_EQ(std::make_tuple(result, box.opened), std::make_tuple(c.result, c.device)) << c.name;
     EXPECT_EQ(log.has(std::string(c.name) + ": Invalid COM port"), c.result == -1) << c.name;
   }
   EXPECT_EQ(box.closes, 3);
+  // Start-up fails when the device does not open or an output cannot be set.
+  unsigned char status = 0x55;
+  EXPECT_EQ(std::make_tuple(serial_read_status(status), status), std::make_tuple(-1, 0x55));
   box.open_ok = false;
   int result = 0;
-  COMPort missing("COM7", result);
+  { COMPort missing("COM5", result); }
+  EXPECT_EQ(std::make_tuple(result, serial_init("COM5")), std::make_tuple(1, -1));
+  box.open_ok = true;
+  box.set_result = 1;
+  EXPECT_EQ(serial_init("COM5"), -1);
+  EXPECT_EQ(std::make_tuple(serial_read_status(status), box.calls), std::make_tuple(-1, "D0 "));  // no port left
+  EXPECT_TRUE(log.has("error: 0: serial_read_status: not initialized") && log.has("COM5 not found"));
+  box.set_result = 0;
+  ASSERT_EQ(serial_init("COM5"), 0);
+  box.broken = true;  // reported and ended with -1, never thrown into the key poll
+  EXPECT_EQ(thrown([&] { EXPECT_EQ(serial_read_status(status), -1); }), "");
+  EXPECT_TRUE(log.has(": COMPort: failed to retrieve modem signals.\n"));
+  // Line characteristics from a mode command.
+  COMPort port("COM1", result);
+  char mode[] = "baud=1200 parity=O data=7 stop=2", bad[] = "baud=1200 data=9";
+  port.setLineCharacteristics(mode);
+  EXPECT_EQ(std::make_tuple(result, port.bitRate(), port.parity(), port.dataBits(), port.stopBits()),
+            std::make_tuple(0, 1200ul, COMPort::OddParity, COMPort::Data7, COMPort::TwoStopBits));
+  EXPECT_EQ(thrown([&] { port.setLineCharacteristics(bad); }), "COMPort: could not set line characteristics.");
+  // Without a device every operation throws.
+  serial_lines(nullptr);
+  COMPort none("COM1", result);
   EXPECT_EQ(result, 1);
+  EXPECT_EQ(thrown([&] { none.SetCommBreak(); }), "COMPort::SetCommBreak: No handle");
+  EXPECT_EQ(thrown([&] { none.getModemSignals(); }), "COMPort: failed to retrieve modem signals.");
 }
 
 TEST_F(Serial, ProbeFindsTheLineOfKeyTwo) {
@@ -54,83 +77,21 @@ TEST_F(Serial, ProbeFindsTheLineOfKeyTwo) {
     box.key2_line = line;
     LogCapture log;
     ASSERT_EQ(serial_init("COM2"), 0);
-    const std::string t = log.text();
     // First reading, DTR off: key 2's line is low; the outputs never show.
-    EXPECT_NE(t.find("SetDTR false\n"), std::string::npos);
-    EXPECT_NE(t.find("DTR 0 RTS 0 CTS 16 DCD 128 RI 0 DSR 0"), std::string::npos) << t;
-    EXPECT_NE(t.find(line == 0x40 ? "RI changed (DTR)" : "DSR changed (DTR)"), std::string::npos) << t;
-    EXPECT_NE(t.find("CTS changed (RTS)"), std::string::npos);
-    EXPECT_EQ(t.find("CTS changed (DTR)"), std::string::npos);
+    for (const char* text : {"SetDTR false\n", "DTR 0 RTS 0 CTS 16 DCD 128 RI 0 DSR 0", "CTS changed (RTS)",
+                             line == 0x40 ? "RI changed (DTR)" : "DSR changed (DTR)"})
+      EXPECT_TRUE(log.has(text)) << text;
+    EXPECT_FALSE(log.has("CTS changed (DTR)"));
     EXPECT_EQ(box.calls, "D0 D1 R0 R1 ");  // both outputs end on
     EXPECT_GE(fake_clock::test_ms(), 4);   // 1 ms after each step
-    const struct {
-      bool key1, key2, ring;
-      int status;
-    } kReadings[] = {{false, false, false, 0x30}, {true, false, false, 0x20}, {false, true, false, 0x10},
-                     {true, true, false, 0x00},   {false, true, true, line == 0x40 ? 0x30 : 0x10}};
-    for (const auto& r : kReadings) {
-      box.key1 = r.key1;
-      box.key2 = r.key2;
-      box.ring = r.ring;  // a ringing RI line is no key of a box on DSR
-      unsigned char status = 0xff;
-      ASSERT_EQ(serial_read_status(status), 0);
-      EXPECT_EQ(status, r.status) << int(line) << r.key1 << r.key2 << r.ring;
-    }
+    unsigned char status = 0;
+    box.key1 = true;
+    EXPECT_EQ(std::make_tuple(serial_read_status(status), status), std::make_tuple(0, 0x20)) << +line;
+    box.key1 = false;
+    box.key2 = box.ring = true;  // a ringing RI line is no key of a box on DSR
+    EXPECT_EQ(std::make_tuple(serial_read_status(status), status), std::make_tuple(0, line == 0x40 ? 0x30 : 0x10))
+        << +line;
   }
-}
-
-TEST_F(Serial, FailuresBeforeAndDuringStartUp) {
-  LogCapture log;
-  unsigned char status = 0x55;
-  EXPECT_EQ(serial_read_status(status), -1);
-  EXPECT_TRUE(log.has("error: 0: serial_read_status: not initialized"));
-  EXPECT_EQ(status, 0x55);
-  box.open_ok = false;
-  EXPECT_EQ(serial_init("COM5"), -1);
-  EXPECT_TRUE(log.has("COM5 not found"));
-  box.open_ok = true;
-  box.set_result = 1;
-  EXPECT_EQ(serial_init("COM5"), -1);
-  EXPECT_EQ(box.calls, "D0 ");
-  EXPECT_EQ(serial_read_status(status), -1);  // a failed start-up leaves no port
-  box.set_result = 0;
-  ASSERT_EQ(serial_init("COM5"), 0);
-  box.broken = true;
-  EXPECT_THROW(serial_read_status(status), std::runtime_error);
-  char mode[] = "baud=1200 parity=O data=7 stop=2";
-  serial_box::install();
-  int result = 1;
-  COMPort port("COM1", result);
-  port.setLineCharacteristics(mode);
-  EXPECT_EQ(port.bitRate(), 1200u);
-  EXPECT_EQ(port.parity(), COMPort::OddParity);
-  EXPECT_EQ(port.dataBits(), COMPort::Data7);
-  EXPECT_EQ(port.stopBits(), COMPort::TwoStopBits);
-  char bad[] = "baud=1200 data=9";
-  EXPECT_THROW(port.setLineCharacteristics(bad), std::runtime_error);
-}
-
-TEST_F(Serial, WithoutADeviceEveryOperationThrows) {
-  serial_lines(nullptr);  // the real device layer
-  LogCapture log({"-com1-device=/nonexistent/ttyX"});
-  int result = 0;
-  COMPort port("COM1", result);
-  EXPECT_EQ(result, 1);
-  const struct {
-    void (*op)(COMPort&);
-    const char* text;
-  } kCases[] = {{[](COMPort& p) { p.SetCommBreak(); }, "COMPort::SetCommBreak: No handle"},
-                {[](COMPort& p) { p.getModemSignals(); }, "COMPort: failed to retrieve modem signals."}};
-  for (const auto& c : kCases) {
-    try {
-      c.op(port);
-      ADD_FAILURE() << c.text;
-    } catch (const std::runtime_error& e) {
-      EXPECT_STREQ(e.what(), c.text);
-    }
-  }
-  EXPECT_EQ(serial_init("COM1"), -1);
-  EXPECT_TRUE(log.has("COM1 not found"));
 }
 
 }  // namespace

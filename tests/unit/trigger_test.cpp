@@ -3,11 +3,12 @@
 // box's acknowledge line, and who may stop them.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
+#include <future>
+#include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "fake_clock.h"
@@ -27,8 +28,7 @@ int next_key() {
   keys.erase(keys.begin());
   return k;
 }
-void unget(int) {}
-const tastatur_device kKeys{next_key, unget, nullptr};
+const tastatur_device kKeys{next_key, [](int) {}, nullptr};
 
 long key2_at = -1;  // test time from which the second reaction key is down
 int read_key2(int& code) {
@@ -37,130 +37,81 @@ int read_key2(int& code) {
   return 0;
 }
 
+// The acknowledge line (status bit 0x40) comes from a box on a simulated LPT1.
 class Trigger : public ::testing::Test {
  protected:
   void SetUp() override {
     test_allegro();
     fake_clock::start();
-    keys.clear();
-    key2_at = -1;
+    fake_clock::step_ns() = 100000;  // fewer turns of the waiting loops per ms
     taste_fake(read_key2, TASTE_VOK);
     tastatur_fake(&kKeys);
-  }
-  void TearDown() override {
-    trigger_init(TRIGGER_NONE, 0);
-    taste_reset();
-    tastatur_fake(nullptr);
-    fake_clock::stop();
-  }
-  LogCapture log;
-};
-
-TEST_F(Trigger, InputAndShowNamesAreExact) {
-  EXPECT_EQ(trigger_init("space", "Yes"), 0);
-  EXPECT_EQ(trigger_init("Space", "yes"), -1);
-  EXPECT_TRUE(log.has("error: 0: trigger_init: Invalid argument"));
-  EXPECT_TRUE(log.has("error: 0: Space: Invalid argument"));
-  EXPECT_EQ(trigger_init("none", "maybe"), -1);
-  EXPECT_TRUE(log.has("maybe: Invalid argument"));
-}
-
-TEST_F(Trigger, NoneWaitsTheDelayOrFails) {
-  trigger_init(TRIGGER_NONE, 1);
-  EXPECT_EQ(trigger_wait(500), 0);
-  EXPECT_GE(fake_clock::test_ms(), 500);
-  EXPECT_EQ(trigger_wait(0), -1);
-  EXPECT_TRUE(log.has("no trigger and no delay"));
-}
-
-TEST_F(Trigger, TimedKeyWaitGivesUpAndCannotBeStopped) {
-  trigger_init(TRIGGER_KEY2, 0);
-  keys = {'x', 'x'};
-  EXPECT_EQ(trigger_wait(1000), 0);
-  EXPECT_GT(fake_clock::test_ms(), 1000);
-  EXPECT_TRUE(log.has("no trigger observed after 1000 ms. continuing..."));
-  EXPECT_FALSE(log.has("stopped"));
-}
-
-TEST_F(Trigger, UntimedKeyWaitEndsWithTheKeyOrWithX) {
-  trigger_init(TRIGGER_KEY2, 0);
-  key2_at = 300;
-  EXPECT_EQ(trigger_wait(0), 0);
-  EXPECT_GE(fake_clock::test_ms(), 300);
-  key2_at = -1;
-  keys = {'a', 'X'};
-  EXPECT_EQ(trigger_wait(0), -1);
-  EXPECT_TRUE(log.has("stopped"));
-}
-
-TEST_F(Trigger, SpaceWaitSkipsOtherKeys) {
-  trigger_init(TRIGGER_SPACE, 0);
-  keys = {'x', 'a', ' '};
-  EXPECT_EQ(trigger_wait(0), 0);
-  EXPECT_TRUE(keys.empty());
-}
-
-// The acknowledge line (status bit 0x40) of a box on a simulated LPT1.
-class TriggerAck : public Trigger {
- protected:
-  void SetUp() override {
-    Trigger::SetUp();
-    trigger_init(TRIGGER_ACK, 0);
     ASSERT_EQ(vok_init(2, VOK_LPT1, 0), 0);
   }
   void TearDown() override {
     fake_clock::step_ns() = 2000;
+    trigger_init(TRIGGER_NONE, 0);
     vok_reset();
-    Trigger::TearDown();
+    taste_reset();
+    tastatur_fake(nullptr);
+    fake_clock::stop();
   }
   TempDir dir;
   SimPort port{dir, 1};
-  LogCapture box_log{{port.arg()}};
+  LogCapture log{{port.arg()}};
 };
 
-TEST_F(TriggerAck, UntimedWaitEndsOnlyWithTheLine) {
+TEST_F(Trigger, InputAndShowNamesAreExact) {
+  EXPECT_EQ(trigger_init("space", "Yes"), 0);
+  EXPECT_EQ(std::make_tuple(trigger_init("Space", "yes"), trigger_init("none", "maybe")), std::make_tuple(-1, -1));
+  EXPECT_TRUE(log.has(": trigger_init: Invalid argument") && log.has(": Space: Invalid argument") &&
+              log.has("maybe: Invalid argument"));
+}
+
+// How each wait ends, when, and who may stop it: an untimed wait for the
+// key, a timed one for the line.
+TEST_F(Trigger, WaitsEndWithTheTriggerTheTimeOrX) {
+  const char* const kLate = "no trigger observed after 1000 ms. continuing...";
+  // key2_at: test time the key goes down; least_ms: test time the wait takes
+  // at least; logged: "" nothing; left: keys not read, -1 any. Other keys
+  // than space are skipped; with the line up it is read first.
+  const struct { _trigger_type type; long ms, key2_at; bool line; std::vector<int> keys; int result; long least_ms;
+                 const char* logged; int left; } kCases[] = {
+      {TRIGGER_NONE, 500, -1, 0, {}, 0, 500, "", 0}, {TRIGGER_NONE, 0, -1, 0, {}, -1, 0, "no trigger and no delay", 0},
+      {TRIGGER_SPACE, 0, -1, 0, {'x', 'a', ' '}, 0, 0, "", 0}, {TRIGGER_KEY2, 0, 300, 0, {}, 0, 300, "", 0},
+      {TRIGGER_KEY2, 0, -1, 0, {'a', 'X'}, -1, 0, "stopped", 0}, {TRIGGER_ACK, 1000, -1, 1, {'x'}, 0, 0, "", 1},
+      {TRIGGER_KEY2, 1000, -1, 0, {'x', 'x'}, 0, 1001, kLate, -1}, {TRIGGER_ACK, 1000, -1, 0, {}, 0, 1001, kLate, 0},
+      {TRIGGER_ACK, 1000, -1, 0, {'a', 'x'}, -1, 0, "stopped", 0}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(std::to_string(c.type) + " " + std::to_string(c.ms) + " " + c.logged);
+    fake_clock::start();
+    trigger_init(c.type, 0);
+    port.set_status(c.line ? 0x78 : 0x38);
+    keys = c.keys;
+    key2_at = c.key2_at;
+    const size_t at = log.text().size();
+    EXPECT_EQ(trigger_wait(c.ms), c.result);
+    const std::string t = log.text().substr(at);
+    EXPECT_GE(fake_clock::test_ms(), c.least_ms);
+    EXPECT_NE(t.find(c.logged), std::string::npos) << t;
+    EXPECT_EQ(t.find("stopped") != std::string::npos, std::string(c.logged) == "stopped") << t;
+    EXPECT_TRUE(c.left < 0 || keys.size() == static_cast<size_t>(c.left)) << keys.size();
+  }
+}
+
+TEST_F(Trigger, UntimedAckWaitEndsOnlyWithTheLineOrAReadError) {
+  trigger_init(TRIGGER_ACK, 0);
   keys = {'x', 'X'};
-  std::atomic<bool> done{false};
+  std::future<int> wait = std::async(std::launch::async, [] { return trigger_wait(0); });
   // The line rises a few ms into the wait; a wait that misses it would
   // never end, so it ends the test run instead of hanging.
-  std::thread box([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(3));
-    port.set_status(0x78);
-    for (int i = 0; i < 10000 && !done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    if (!done) {
-      fprintf(stderr, "TriggerAck: the wait missed the acknowledge line\n");
-      std::abort();
-    }
-  });
-  const int result = trigger_wait(0);
-  done = true;
-  box.join();
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(keys.size(), 2u);  // x is not even read
-  EXPECT_FALSE(box_log.has("stopped"));
-}
-
-TEST_F(TriggerAck, TimedWaitEndsWithTheLineStopsWithXOrGivesUp) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(3));
   port.set_status(0x78);
-  keys = {'x'};
-  EXPECT_EQ(trigger_wait(1000), 0);
-  EXPECT_EQ(keys.size(), 1u);  // the line is read first
-  port.set_status(0x38);
-  keys = {'a', 'x'};
-  EXPECT_EQ(trigger_wait(1000), -1);
-  EXPECT_TRUE(keys.empty());
-  EXPECT_TRUE(box_log.has("stopped"));
-  fake_clock::step_ns() = 100000;  // fewer turns of the loop per ms
-  const long start = fake_clock::test_ms();
-  EXPECT_EQ(trigger_wait(1000), 0);
-  EXPECT_GT(fake_clock::test_ms() - start, 1000);
-  EXPECT_TRUE(box_log.has("no trigger observed after 1000 ms. continuing..."));
-}
-
-TEST_F(TriggerAck, AReadErrorEndsTheWait) {
+  if (wait.wait_for(std::chrono::seconds(10)) != std::future_status::ready) std::abort();
+  EXPECT_EQ(std::make_tuple(wait.get(), keys.size(), log.has("stopped")), std::make_tuple(0, 2u, false));  // x unread
   vok_init(2, static_cast<_vok_port>(35), 0);  // a port the raw reading does not serve
   EXPECT_EQ(trigger_wait(0), -1);
-  EXPECT_TRUE(box_log.has("vok/port: Invalid argument"));
+  EXPECT_TRUE(log.has("vok/port: Invalid argument"));
 }
 
 }  // namespace
