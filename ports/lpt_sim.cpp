@@ -2,7 +2,7 @@
 // data, status, control and second control registers, shared with other
 // processes through a memory mapping. Every write is also recorded as a line
 // "<microseconds of CLOCK_MONOTONIC> <register> <value>" in the file with
-// ".trace" appended. Trace lines collect in memory reserved at opening and
+// ".trace" appended (a poll's repeated writes are only counted). Trace lines collect in memory reserved at opening and
 // are written out when that fills or at lpt_flush, so that a write costs no
 // system call while a trial runs.
 #include <fcntl.h>
@@ -31,6 +31,10 @@ struct sim {
   int trace_fd;
   char* trace;
   size_t used;
+  int index;
+  unsigned long long unchanged;  // writes not traced
+  int last_reg, last_value;      // the latest write
+  bool read_since;               // the status register was read after it
 };
 
 void flush(void* p) {
@@ -71,18 +75,39 @@ void append(sim* s, unsigned long long t_us, int reg, unsigned value) {
   if (s->used >= kTraceFlushAt) flush(s);
 }
 
-int read(void* p, int reg) { return static_cast<sim*>(p)->regs[reg]; }
+int read(void* p, int reg) {
+  sim* s = static_cast<sim*>(p);
+  if (reg == 1) s->read_since = true;
+  return s->regs[reg];
+}
 
+// Every write is traced, but for a poll's: a response box is read by
+// setting the data lines high and reading the status, again and again, and
+// each repetition of the same write after a reading is counted, not traced
+// (a waiting block would otherwise add a trace line every microsecond).
 void write(void* p, int reg, unsigned char value) {
   sim* s = static_cast<sim*>(p);
   const unsigned long long t = alleg_system_us();
+  const bool repeat = s->read_since && s->last_reg == reg && s->last_value == value && s->regs[reg] == value;
   s->regs[reg] = value;
+  s->last_reg = reg;
+  s->last_value = value;
+  s->read_since = false;
+  if (repeat) {
+    ++s->unchanged;
+    return;
+  }
   append(s, t, reg, value);
 }
 
 void close_sim(void* p) {
   sim* s = static_cast<sim*>(p);
   flush(s);
+  if (s->unchanged) {
+    char line[120];
+    snprintf(line, sizeof line, "lpt%d: %llu repeated writes of a poll were not traced", s->index + 1, s->unchanged);
+    alleg_message(static_cast<const char*>(line));
+  }
   munmap(const_cast<unsigned char*>(s->regs), 4);
   ::close(s->trace_fd);
   free(s->trace);
@@ -124,7 +149,7 @@ lpt_opened lpt_sim_open(int index, const char* path) {
   }
   // Touch the trace memory now, not at the first pulse.
   memset(buffer, 0, kTraceBytes);
-  sim* s = new sim{static_cast<volatile unsigned char*>(map), trace_fd, buffer, 0};
+  sim* s = new sim{static_cast<volatile unsigned char*>(map), trace_fd, buffer, 0, index, 0, -1, -1, false};
   char line[1200];
   snprintf(line, sizeof line, "lpt%d: simulated port %s, trace in %s", index + 1, path, trace_name);
   alleg_message(static_cast<const char*>(line));
