@@ -2,6 +2,7 @@
 // keys: reaction windows, classification, hooks, the pause dialogue, abort.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,64 +22,66 @@ namespace {
 struct Press {
   long at_ms;
   int code;
-  bool done;
+  bool done = false;
 };
 std::vector<Press> presses;   // reaction keys, on the test clock
 std::vector<Press> commands;  // experimenter's keys ('s', 'c', 'x'), on wall time
-std::vector<std::string> calls;
+std::string calls;
 long fail_reads_from_ms = -1;
 
+// The first key not yet taken whose time has come, or 0.
+int due(std::vector<Press>& keys, long now) {
+  for (Press& p : keys)
+    if (!p.done && now >= p.at_ms) return p.done = true, p.code;
+  return 0;
+}
 int read_key(int& code) {
   code = 0;
   const long now = fake_clock::test_ms();
   if (fail_reads_from_ms >= 0 && now >= fail_reads_from_ms) return -1;
-  for (Press& p : presses)
-    if (!p.done && now >= p.at_ms) {
-      p.done = true;
-      code = p.code;
-      break;
-    }
+  code = due(presses, now);
   return 0;
 }
-
-int command_key() {
-  for (Press& p : commands)
-    if (!p.done && fake_clock::ms() >= p.at_ms) {
-      p.done = true;
-      return p.code;
-    }
-  return 0;
-}
+int command_key() { return due(commands, fake_clock::ms()); }
 void unget_key(int) {}
 int no_buttons() { return 0; }
 const tastatur_device kDevice{command_key, unget_key, no_buttons};
 
 // A trial that records its hooks.
-class probe : public stim {
- public:
+struct probe : stim {
   probe(const char* line, int& err) : stim(line, err) {}
   int richtig() override { return note("richtig"); }
   int falsch() override { return note("falsch"); }
   int auslassung() override { return note("auslassung"); }
-
- private:
-  int note(const char* hook) {
-    calls.push_back(std::to_string(nummer) + " " + hook);
-    return 0;
-  }
+  int note(const char* hook) { return calls += std::to_string(nummer) + " " + hook + ", ", 0; }
 };
 
 const stim_factory make_probe = stim_make<probe>;
 
-class RunLoop : public ::testing::Test {
+// One block run: the pause dialogue's dictionary (or none), the trials as
+// {t0, kritisch} (numbered from 1, shown for 50 ms), the keys, when key reads
+// start failing, the block's start; then the result, every trial as
+// "nummer/kritisch/reaktion/reakzeit", the hooks called with the counters
+// "richtig fehler auslassung", texts logged, and the wall time at the end
+// (or -1).
+struct Case {
+  const char* dict;
+  std::vector<std::pair<long, int>> trials;
+  std::vector<Press> presses, commands;
+  long fail_from, start;
+  int result;
+  std::string outcome;
+  std::vector<std::string> logged;
+  long ends_at;
+};
+void PrintTo(const Case& c, std::ostream* os) { *os << c.outcome; }
+
+class RunLoop : public ::testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
     test_allegro();
     fake_clock::start();
-    presses.clear();
-    commands.clear();
     calls.clear();
-    fail_reads_from_ms = -1;
     taste_reset();
     taste_fake(read_key);
     tastatur_fake(&kDevice);
@@ -87,143 +90,82 @@ class RunLoop : public ::testing::Test {
     stim_register("probe", make_probe);
   }
   void TearDown() override {
-    delete block;
     if (args) stimuli_done();
     taste_reset();
     tastatur_fake(nullptr);
     stim_registry_clear();
     fake_clock::stop();
   }
-
-  // Builds a block from lines; the block starts at test time 0.
-  void build(std::vector<std::string> lines) {
-    std::vector<char*> raw;
-    for (std::string& l : lines) raw.push_back(l.data());
-    int err = 0;
-    block = new stimuli(static_cast<int>(raw.size()), raw.data(), err);
-    ASSERT_EQ(err, 0);
-  }
-  stim* trial(int i) { return block->stimulus(i); }
-
-  // Loads the pause dialogue's dictionary (registering the stock types, so
-  // the probe is registered again after them).
-  void dictionary(const char* text) {
-    args = std::make_unique<Args>(std::vector<std::string>{"-dict=unused"});
-    ASSERT_EQ(stimuli_init(dir.write("d.txt", text).c_str()), 0);
-    stim_register("probe", make_probe);
-  }
-
-  stimuli* block = nullptr;
   std::unique_ptr<Args> args;
   TempDir dir;
 };
 
-TEST_F(RunLoop, ReactionWindowBoundsAndClassification) {
-  build({"probe nummer=1 t0=100 t1=50 kritisch=1",     // press at exactly minreak: ignored
-         "probe nummer=2 t0=6000 t1=50 kritisch=1",    // minreak + 1: correct
-         "probe nummer=3 t0=12000 t1=50 kritisch=2",   // wrong key
-         "probe nummer=4 t0=18000 t1=50 kritisch=0",   // catch trial with a press
-         "probe nummer=5 t0=24000 t1=50 kritisch=1",   // press after maxreak
-         "probe nummer=6 t0=30000 t1=50 kritisch=0"});  // catch trial, no press
-  presses = {{200, 1, false},   {6101, 1, false},  {12300, 1, false},
-             {18400, 3, false}, {29001, 1, false}};
-  EXPECT_EQ(block->run(0), 0);
-
-  const int reaktion[] = {0, 1, 1, 3, 0, 0};
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(trial(i)->reaktion, reaktion[i]) << "trial " << i + 1;
-  EXPECT_EQ(trial(1)->reakzeit, 101);
-  EXPECT_EQ(trial(2)->reakzeit, 300);
-
-  const std::vector<std::string> expected = {"1 auslassung", "2 richtig", "3 falsch", "4 falsch",
-                                             "5 auslassung"};
-  EXPECT_EQ(calls, expected);
-  const info_counts c = info_counters();
-  EXPECT_EQ(c.richtig, 1);
-  EXPECT_EQ(c.fehler, 2);
-  EXPECT_EQ(c.auslassung, 2);
-}
-
-TEST_F(RunLoop, ShowsOnTimeAndWaitsOutTheLastWindow) {
-  build({"probe nummer=1 t0=50 t1=20 kritisch=1"});
-  EXPECT_EQ(block->run(0), 0);
-  // The window of 5000 ms after the onset at 50, then at least 100 ms more.
-  EXPECT_GE(fake_clock::ms(), 5150);
-  EXPECT_LT(fake_clock::ms(), 5200);
-  EXPECT_EQ(calls, std::vector<std::string>{"1 auslassung"});
-}
-
-TEST_F(RunLoop, OnlyTheFirstPressCounts) {
-  build({"probe nummer=1 t0=100 t1=50 kritisch=1"});
-  presses = {{400, 1, false}, {500, 2, false}};
-  EXPECT_EQ(block->run(0), 0);
-  EXPECT_EQ(trial(0)->reaktion, 1);
-  EXPECT_EQ(trial(0)->reakzeit, 300);
-}
-
-TEST_F(RunLoop, PauseThenContinueEliminatesTheLastAnsweredTrial) {
-  dictionary("release\ninterrupted\n");
-  build({"probe nummer=1 t0=100 t1=50 kritisch=1", "probe nummer=2 t0=1000 t1=50 kritisch=1"});
-  presses = {{400, 1, false}, {1500, 1, false}};
-  commands = {{450, 's', false}, {700, 'c', false}};
+TEST_P(RunLoop, Outcome) {
+  const Case& c = GetParam();
+  if (c.dict) {  // stimuli_init registers the stock types: the probe goes again after them
+    args = std::make_unique<Args>(std::vector<std::string>{"-dict=unused"});
+    ASSERT_EQ(stimuli_init(dir.write("d.txt", c.dict).c_str()), 0);
+    stim_register("probe", make_probe);
+  }
   LogCapture log;
-  EXPECT_EQ(block->run(0), 0);
-  EXPECT_EQ(trial(0)->nummer, 0u);  // eliminated, so never saved
-  EXPECT_EQ(trial(1)->nummer, 2u);
-  EXPECT_EQ(trial(1)->reaktion, 1);
-  EXPECT_TRUE(log.has("stopped (s pressed)"));
-  EXPECT_TRUE(log.has("release"));
-  EXPECT_TRUE(log.has("interrupted"));
-  EXPECT_TRUE(log.has("continuing (c pressed)"));
-  EXPECT_TRUE(log.has("key blocked in trial number 1"));
-  EXPECT_TRUE(log.has("eliminating this trial"));
-}
+  std::vector<std::string> lines;
+  for (auto [t0, kritisch] : c.trials)
+    lines.push_back("probe nummer=" + std::to_string(lines.size() + 1) + " t0=" + std::to_string(t0) +
+                    " t1=50 kritisch=" + std::to_string(kritisch));
+  std::vector<char*> raw;
+  for (std::string& l : lines) raw.push_back(l.data());
+  int err = 0;
+  stimuli block(static_cast<int>(raw.size()), raw.data(), err);
+  ASSERT_EQ(err, 0);
+  presses = c.presses;
+  commands = c.commands;
+  fail_reads_from_ms = c.fail_from;
+  fake_clock::read();
+  EXPECT_EQ(block.run(c.start), c.result);
 
-TEST_F(RunLoop, PauseThenExitAbortsAndUnfinishedTrialsAreNotEvaluated) {
-  dictionary("release\ninterrupted\n");
-  build({"probe nummer=1 t0=100 t1=50 kritisch=1", "probe nummer=2 t0=1000 t1=50 kritisch=1",
-         "probe nummer=3 t0=2000 t1=50 kritisch=1"});
-  presses = {{400, 1, false}};
-  commands = {{1200, 's', false}, {1500, 'x', false}};
-  LogCapture log;
-  EXPECT_EQ(block->run(0), -1);
-  EXPECT_TRUE(log.has("exit (x pressed)"));
-  EXPECT_EQ(trial(0)->reaktion, 1);
-  EXPECT_EQ(trial(2)->kritisch, -1);  // never shown: neither evaluated nor saved
-  EXPECT_TRUE(calls.empty());
-}
-
-TEST_F(RunLoop, AOneLineDictionaryEndsTheDialogue) {
-  dictionary("release\n");
-  build({"probe nummer=1 t0=100 t1=50 kritisch=1", "probe nummer=2 t0=1000 t1=50 kritisch=1"});
-  commands = {{300, 's', false}};
-  LogCapture log;
-  EXPECT_EQ(block->run(0), -1);
-  EXPECT_TRUE(log.has("dict: item invalid"));
-  const long t = alleg_get_timer();  // the clock was left running
+  std::string outcome;
+  char buf[80];
+  for (int i = 0; i < block.anzahl(); ++i) {
+    const stim* s = block.stimulus(i);
+    snprintf(buf, sizeof buf, "%u/%d/%d/%ld ", s->nummer, s->kritisch, s->reaktion, s->reakzeit);
+    outcome += buf;
+  }
+  const info_counts n = info_counters();
+  snprintf(buf, sizeof buf, "%d %d %d", n.richtig, n.fehler, n.auslassung);
+  EXPECT_EQ(outcome + "| " + calls + buf, c.outcome);
+  for (const std::string& s : c.logged) EXPECT_TRUE(log.has(s)) << s << "\n" << log.text();
+  if (c.ends_at >= 0) {
+    EXPECT_TRUE(fake_clock::ms() >= c.ends_at && fake_clock::ms() < c.ends_at + 50) << fake_clock::ms();
+  }
+  const long t = alleg_get_timer();  // however the block ended, the clock runs
   for (int i = 0; i < 2000; ++i) fake_clock::read();
   EXPECT_GT(alleg_get_timer(), t);
 }
 
-TEST_F(RunLoop, AFailingKeyDeviceAbortsTheBlock) {
-  build({"probe nummer=1 t0=100 t1=50 kritisch=1", "probe nummer=2 t0=800 t1=50 kritisch=1",
-         "probe nummer=3 t0=900 t1=50 kritisch=0"});
-  presses = {{300, 1, false}};
-  fail_reads_from_ms = 500;
-  EXPECT_EQ(block->run(0), -1);
-  EXPECT_EQ(trial(0)->kritisch, 1);  // shown and answered before the failure
-  EXPECT_EQ(trial(1)->kritisch, -1);
-  EXPECT_EQ(trial(2)->kritisch, -1);
-}
-
-TEST_F(RunLoop, LateShowIsReported) {
-  build({"probe nummer=1 t0=10 t1=0 kritisch=-1"});
-  LogCapture log;
-  // The block's start lies 50 ms in the past: the show is 40 ms late.
-  fake_clock::read();
-  EXPECT_EQ(block->run(-50), 0);
-  EXPECT_TRUE(log.has("Sorry, ")) << log.text();
-  EXPECT_TRUE(log.has(" ms too late")) << log.text();
-  EXPECT_TRUE(log.has("Nummer:   1"));
-}
+INSTANTIATE_TEST_SUITE_P(Blocks, RunLoop, ::testing::Values(
+    // Presses at minreak (ignored), after it, with a wrong key, in a catch
+    // trial, after maxreak; only the first press counts.
+    Case{nullptr, {{100, 1}, {6000, 1}, {12000, 2}, {18000, 0}, {24000, 1}, {30000, 0}},
+         {{200, 1}, {6101, 1}, {6300, 2}, {12300, 1}, {18400, 3}, {29001, 1}}, {}, -1, 0, 0,
+         "1/1/0/0 2/1/1/101 3/2/1/300 4/0/3/400 5/1/0/0 6/0/0/0 "
+         "| 1 auslassung, 2 richtig, 3 falsch, 4 falsch, 5 auslassung, 1 2 2", {}, -1},
+    // The block's start lies 50 ms in the past: the first show is 40 ms late,
+    // the second on time, and its window of 5000 ms is waited out, then 100 ms more.
+    Case{nullptr, {{10, -1}, {100, 1}}, {}, {}, -1, -50, 0, "1/-1/0/0 2/1/0/0 | 2 auslassung, 0 0 1",
+         {"Sorry, ", " ms too late", "Nummer:   1"}, 5150},
+    // Pause and continue: the trial answered last is eliminated, never saved.
+    Case{"release\ninterrupted\n", {{100, 1}, {1000, 1}}, {{400, 1}, {1500, 1}}, {{450, 's'}, {700, 'c'}}, -1, 0,
+         0, "0/1/1/300 2/1/1/500 | 0 richtig, 2 richtig, 2 0 0",
+         {"stopped (s pressed)", "release", "interrupted", "continuing (c pressed)", "key blocked in trial number 1",
+          "eliminating this trial"}, -1},
+    // Pause and exit: trials not answered are neither evaluated nor saved.
+    Case{"release\ninterrupted\n", {{100, 1}, {1000, 1}, {2000, 1}}, {{400, 1}}, {{900, 's'}, {1200, 'x'}}, -1, 0,
+         -1, "0/1/1/300 2/-1/0/0 3/-1/0/0 | 0 0 0", {"exit (x pressed)"}, -1},
+    // A dictionary without the second text ends the dialogue and the block.
+    Case{"release\n", {{100, 1}, {1000, 1}}, {}, {{50, 's'}}, -1, 0, -1, "1/-1/0/0 2/-1/0/0 | 0 0 0",
+         {"dict: item invalid"}, -1},
+    // A failing key device aborts; the trial answered before keeps its class.
+    Case{nullptr, {{100, 1}, {800, 1}, {900, 0}}, {{300, 1}}, {}, 500, 0, -1, "1/1/1/200 2/-1/0/0 3/-1/0/0 | 0 0 0",
+         {}, -1}));
 
 }  // namespace

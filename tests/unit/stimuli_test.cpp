@@ -41,29 +41,26 @@ stim* made(const char* text, unsigned tag) {
   seen = text;
   return tag ? new stim(tag, nullptr, nullptr, 0, -1, 0, 0) : nullptr;
 }
-// The tag of the factory that built line, 0 for none.
-unsigned built(const char* line) {
+// "tag:text": the tag of the factory that built line (0 for none), the text it got.
+std::string built(const char* line) {
+  seen.clear();
   std::unique_ptr<stim> s(_stimulus(line));
-  return s ? s->nummer : 0;
+  return std::to_string(s ? s->nummer : 0) + ":" + seen;
 }
 }  // namespace
 
 TEST_F(Engine, RegistryTriesTheLatestRecordFirstThenEarlierThenTheDefault) {
   stim_register("bmp", [](const char* a) { return made(a, 1); });
   stim_register("bmp", [](const char* a) { return made(a, 2); });
-  EXPECT_EQ(built("bmp   datei=a.bmp t0=5\n"), 2u);
-  EXPECT_EQ(seen, "datei=a.bmp t0=5\n");
+  EXPECT_EQ(built("bmp   datei=a.bmp t0=5\n"), "2:datei=a.bmp t0=5\n");
   stim_factory failing = [](const char* a) { return made(a, 0); };
   stim_register("bmp", failing);
-  EXPECT_EQ(built("bmp t0=1"), 2u);  // a failing record lets earlier ones try
-  EXPECT_EQ(built("BMP t0=1"), 0u);
-  EXPECT_TRUE(log.has("error: 0: BMP t0=1: Invalid argument\n"));
+  EXPECT_EQ(built("bmp t0=1"), "2:t0=1");  // a failing record lets earlier ones try
+  EXPECT_TRUE(built("BMP t0=1") == "0:" && log.has("error: 0: BMP t0=1: Invalid argument\n"));
   stim_register("wav", failing);
   stim_default([](const char* a) { return made(a, 99); });
-  EXPECT_EQ(built("wav t0=1"), 99u);  // retried whole as a default stimulus
-  EXPECT_EQ(seen, "wav t0=1");
-  EXPECT_EQ(built("pause\n"), 99u);  // no blank: the whole line goes to the default
-  EXPECT_EQ(seen, "pause\n");
+  EXPECT_EQ(built("wav t0=1"), "99:wav t0=1");  // retried whole as a default stimulus
+  EXPECT_EQ(built("pause\n"), "99:pause\n");   // no blank: the whole line goes to the default
 }
 
 TEST_F(Engine, StimulusFileSeparatorsAndPieces) {
@@ -72,8 +69,7 @@ TEST_F(Engine, StimulusFileSeparatorsAndPieces) {
   EXPECT_STREQ(stimfile_lines(0, 1), "null t0=2\n");
   EXPECT_EQ(load_stimfile("null t0=1\nnull\nabcde\nabcd\nabcde\n"), (V{1, 1, 1}));  // 6 chars make a line
   EXPECT_EQ(load_stimfile("null t0=1\n\n\nnull t0=2\n"), V{1});  // two separators end the file
-  EXPECT_EQ(load_stimfile("\nnull t0=1\n"), V{});
-  EXPECT_TRUE(log.has("warning: 0: empty stimulus file: test.s\n"));
+  EXPECT_TRUE(load_stimfile("\nnull t0=1\n").empty() && log.has("warning: 0: empty stimulus file: test.s\n"));
   const std::string piece(999, 'x');
   ASSERT_EQ(load_stimfile(piece + piece + "yyyyy\n"), V{3});
   EXPECT_EQ(std::string(stimfile_lines(0, 0)), piece);
@@ -97,17 +93,15 @@ TEST_F(Engine, BlocksFromLinesOrFromTheStore) {
   std::string text;
   for (int i = 0; i < 3000; ++i) text += "null nummer=1\n";
   load_stimfile(text + "\n" + text + "null nummer=2\n\nnull nummer=3\n");
-  stimuli first(err);
-  EXPECT_EQ(std::make_pair(err, first.anzahl()), std::make_pair(0, 3000));
-  stimuli too_big(err);
-  EXPECT_EQ(err, -1);
-  EXPECT_TRUE(log.has("error: 0: stimuli/aanzahl: Cannot allocate memory\n"));
-  stimuli last(err);
-  ASSERT_EQ(err, 0);
-  EXPECT_EQ(last.stimulus(0)->nummer, 3u);
-  stimuli beyond(err);
-  EXPECT_EQ(err, -1);
-  EXPECT_TRUE(log.has("error: 0: stimulus index overflow: Invalid argument\n"));
+  const struct { int err, anzahl; unsigned last; const char* logged; } blocks[] = {
+      {0, 3000, 1, ""}, {-1, 0, 0, "error: 0: stimuli/aanzahl: Cannot allocate memory\n"}, {0, 1, 3, ""},
+      {-1, 0, 0, "error: 0: stimulus index overflow: Invalid argument\n"}};
+  for (const auto& want : blocks) {
+    stimuli b(err);
+    const stim* last = b.stimulus(b.anzahl() - 1);
+    EXPECT_TRUE(err == want.err && b.anzahl() == want.anzahl && (last ? last->nummer : 0) == want.last &&
+                log.has(want.logged)) << want.logged;
+  }
   stimuli(3, "dummy", err);
   EXPECT_TRUE(log.has("error: 0: stimuli/aindex: Cannot allocate memory\n"));
 }

@@ -2,6 +2,7 @@
 // request, and the keyboard's handling of other keys.
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "fake_clock.h"
@@ -12,10 +13,7 @@
 namespace {
 
 int level = 0;  // what a level device (response box, pedal) reads now
-int read_level(int& code) {
-  code = level;
-  return 0;
-}
+int read_level(int& code) { return code = level, 0; }
 
 std::vector<int> waiting, put_back;
 int next_key() {
@@ -33,9 +31,6 @@ class Taste : public ::testing::Test {
     test_allegro();
     fake_clock::start();
     taste_reset();
-    level = 0;
-    waiting.clear();
-    put_back.clear();
   }
   void TearDown() override {
     taste_reset();
@@ -53,58 +48,49 @@ class Taste : public ::testing::Test {
   }
 };
 
-TEST_F(Taste, HeldKeyIsReportedOnceWithDeadTimesAndReleaseRequest) {
-  taste_fake(read_level, TASTE_VOK);
-  ASSERT_EQ(taste_init(1, "ignored", 100, 0), 0);  // the name form always takes the keyboard...
-  taste_fake(read_level, TASTE_VOK);              // ...so put the level device back
-  level = 1;
-  EXPECT_EQ(poll_at(10), 1);   // the press, once
-  EXPECT_EQ(poll_at(50), 0);   // dead time after the press
-  EXPECT_EQ(poll_at(111), 0);  // dead time over: now waiting for the release
+// At test time t the device reads level: the code reported, and the time of
+// the press whose release is requested (0: none).
+struct Step {
   long t;
-  EXPECT_EQ(taste_please(t), 0);
-  EXPECT_EQ(poll_at(810), 0);
-  EXPECT_EQ(taste_please(t), 0);  // 800 ms after the press is not yet too long
-  EXPECT_EQ(poll_at(811), 0);
-  EXPECT_EQ(taste_please(t), 1);
-  EXPECT_EQ(t, 10);
-  level = 0;
-  EXPECT_EQ(poll_at(900), 0);  // released: dead time after the release
-  EXPECT_EQ(taste_please(t), 0);
-  level = 2;
-  EXPECT_EQ(poll_at(950), 0);   // a press inside that dead time is not reported
-  EXPECT_EQ(poll_at(1001), 0);  // back to idle
-  EXPECT_EQ(poll_at(1002), 2);
-}
+  int level, code;
+  long please;
+};
 
-TEST_F(Taste, ReleaseDuringTheFirstDeadTimeIsSeenAfterIt) {
-  taste_fake(read_level, TASTE_VOK);
-  level = 3;
-  EXPECT_EQ(poll_at(0), 3);
-  level = 0;
-  EXPECT_EQ(poll_at(150), 0);  // still in the first dead time (200 ms by default)
-  EXPECT_EQ(poll_at(201), 0);  // the dead time ends
-  EXPECT_EQ(poll_at(202), 0);  // the release is seen now
-  level = 3;
-  EXPECT_EQ(poll_at(300), 0);  // second dead time, from the release on
-  EXPECT_EQ(poll_at(403), 0);  // back to idle
-  EXPECT_EQ(poll_at(404), 3);
-}
-
-TEST_F(Taste, CodeNineIsPassedThroughWhileHeld) {
-  taste_fake(read_level, TASTE_FUSS);
-  level = 9;
-  EXPECT_EQ(poll_at(0), 9);
-  EXPECT_EQ(poll_at(100), 0);
-  EXPECT_EQ(poll_at(201), 0);  // the dead time ends
-  EXPECT_EQ(poll_at(300), 9);  // held: other codes would read 0
-  EXPECT_EQ(poll_at(400), 9);
+TEST_F(Taste, HeldKeysAreReportedOnceWithDeadTimesAndReleaseRequest) {
+  const struct {
+    _taste_typ type;
+    long dead_time;
+    std::vector<Step> steps;
+  } cases[] = {
+      // Dead time after the press, 800 ms held is not yet too long, a press
+      // inside the dead time after the release is not reported.
+      {TASTE_VOK, 100, {{10, 1, 1, 0}, {50, 1, 0, 0}, {111, 1, 0, 0}, {810, 1, 0, 0}, {811, 1, 0, 10},
+                        {900, 0, 0, 0}, {950, 2, 0, 0}, {1001, 2, 0, 0}, {1002, 2, 2, 0}}},
+      // A release during the first dead time is seen after it; the second
+      // dead time runs from the release on.
+      {TASTE_VOK, 200, {{0, 3, 3, 0}, {150, 0, 0, 0}, {201, 0, 0, 0}, {202, 0, 0, 0}, {300, 3, 0, 0},
+                        {403, 3, 0, 0}, {404, 3, 3, 0}}},
+      // Code 9 is passed through while held; other codes would read 0.
+      {TASTE_FUSS, 200, {{0, 9, 9, 0}, {100, 9, 0, 0}, {201, 9, 0, 0}, {300, 9, 9, 0}, {400, 9, 9, 0}}},
+  };
+  for (const auto& c : cases) {
+    SetUp();
+    ASSERT_EQ(taste_init(1, "ignored", c.dead_time, 0), 0);  // the name form always takes the keyboard...
+    taste_fake(read_level, c.type);                          // ...so put the level device back
+    for (const Step& s : c.steps) {
+      level = s.level;
+      EXPECT_EQ(poll_at(s.t), s.code) << c.type << " at " << s.t;
+      long t = 0;
+      EXPECT_EQ(taste_please(t) ? t : 0, s.please) << c.type << " at " << s.t;
+    }
+  }
 }
 
 TEST_F(Taste, KeyboardReportsEveryEventAndPutsOtherKeysBack) {
   tastatur_fake(&kKeys);
   ASSERT_EQ(taste_init(1, 100, 0), 0);
   waiting = {'1', '1', 'a', '8', '9'};
+  put_back.clear();
   std::vector<int> codes;
   for (int i = 0; i < 4; ++i) codes.push_back(poll_at(i));
   EXPECT_EQ(codes, (std::vector<int>{1, 1, 8, 0}));
@@ -112,26 +98,20 @@ TEST_F(Taste, KeyboardReportsEveryEventAndPutsOtherKeysBack) {
   EXPECT_EQ(put_back, (std::vector<int>{'a', '9'}));
 }
 
-TEST_F(Taste, DisabledLayerReadsNothing) {
+TEST_F(Taste, DisabledLayerReadsNothingUnknownDeviceTypeFails) {
   taste_fake(read_level, TASTE_VOK);
   level = 1;
   taste_disable();
   int code = -1;
   long now = -1;
-  EXPECT_EQ(taste_buffered(code, now), 0);
-  EXPECT_EQ(code, 0);
-  EXPECT_EQ(now, -1);  // the clock is not read
+  EXPECT_EQ(std::make_tuple(taste_buffered(code, now), code, now), std::make_tuple(0, 0, -1L));  // no clock read
   taste_enable();
   EXPECT_EQ(poll_at(5), 1);
-}
 
-TEST_F(Taste, UnknownDeviceTypeFails) {
   LogCapture log;
-  EXPECT_EQ(taste_init(1, static_cast<_taste_typ>(7), 100, 0), -1);
-  EXPECT_TRUE(log.has("taste/typ: Invalid argument"));
-  int code = 5;
-  EXPECT_EQ(taste_read(code), -1);
-  EXPECT_EQ(code, 0);
+  taste_reset();
+  EXPECT_TRUE(taste_init(1, static_cast<_taste_typ>(7), 100, 0) == -1 && log.has("taste/typ: Invalid argument"));
+  EXPECT_TRUE(taste_read(code) == -1 && code == 0);
 }
 
 }  // namespace

@@ -121,7 +121,7 @@ TEST_F(Sound, VolumeTable) {
   EXPECT_TRUE(volume_init() == 0 && volume_default(0) == 255 && volume_default(999) == 255);
 }
 
-TEST_F(Sound, ListFiles) {
+TEST_F(Sound, ListFilesAndPreloadedSoundsOnReservedVoices) {
   EXPECT_TRUE(swav_init() == -1 && log.has(dir.path("prog.snd") + ": No such file or directory"));
   const std::string a = wav_file(dir, "a.wav", 8000, 80), b = wav_file(dir, "b.wav", 8000, 160);
   for (auto [list, result, count, logged] : std::vector<std::tuple<std::string, int, int, std::string>>{
@@ -133,24 +133,17 @@ TEST_F(Sound, ListFiles) {
     dir.write("prog.snd", list);
     EXPECT_TRUE(swav_init() == result && swav_count() == count && log.has(logged)) << list.substr(0, 20);
   }
-  EXPECT_EQ(wav_length_ms(swav_get(2)), 20);
-}
-
-TEST_F(Sound, PreloadedSoundOnAReservedVoice) {
-  std::string t = wav_file(dir, "t.wav", 44100, 44100);
-  char* names[] = {t.data()};
-  ASSERT_EQ(swav_init(1, names), 0);
-  swav s("index=0 volume=-1", err);
+  swav s("index=2 volume=-1", err);
   ASSERT_EQ(s.prepare(), 0);
-  EXPECT_EQ(s.t1, 1010);  // the sound's length and 10 ms
+  EXPECT_EQ(s.t1, 30);  // the sound's length (b, filled up) and 10 ms
   EXPECT_FALSE(s.preshow() || s.show());
   position = 100;
   EXPECT_TRUE(s.playing());
   EXPECT_FALSE(s.hide() || s.playing());
   EXPECT_TRUE(s.preshow() == -1 && log.has("no voice available"));
   EXPECT_EQ(s.cleanup(), 0);  // the table keeps its sample
-  EXPECT_EQ(calls, (std::vector<std::string>{"allocate 44100", "volume 7 255", "start 7", "stop 7", "deallocate 7",
-                                             "allocate 44100"}));
+  EXPECT_EQ(calls, (std::vector<std::string>{"allocate 160", "volume 7 255", "start 7", "stop 7", "deallocate 7",
+                                             "allocate 160"}));
   EXPECT_EQ(wav_playing_until(), 0);
 
   free_voices = 1;
