@@ -21,7 +21,9 @@
 #include "screens/stift.h"
 #include "sound/swav.h"
 #include "visual/sbmp.h"
+#include "visual/shape.h"
 #include "visual/vbmp.h"
+#include "visual/wort.h"
 #include "services/argument.h"
 #include "services/config.h"
 #include "services/dict.h"
@@ -154,6 +156,7 @@ int stimuli_init(const char* dict) {
   stim_register("bmp", _bmp);
   stim_register("sbmp", _sbmp);
   stim_register("vbmp", _vbmp);
+  stim_register("word", _wort);
   stim_register("image", _sbmp);
   stim_register("wav", _wav);
   stim_register("swav", _swav);
@@ -166,6 +169,7 @@ int stimuli_init(const char* dict) {
   stim_register("stift", _stift);
   stim_register("led", _led);
   stim_register("reak", _reak);
+  stim_register("shape", _shape);
   stim_register("stift", _stift);  // again: the later record answers first, both build a stift
 
   delete dict_;
