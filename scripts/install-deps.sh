@@ -8,6 +8,7 @@ pkgs=(
   libx11-dev libxext-dev libxtst-dev libxrandr-dev libdrm-dev
   libgtest-dev libgmock-dev
   libieee1284-3-dev libserialport-dev
+  libemf2svg-dev librsvg2-dev libemf-dev
   xvfb xauth xdotool x11-utils alsa-utils sox
 )
 missing=()

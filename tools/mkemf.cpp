@@ -1,0 +1,53 @@
+// Writes a small enhanced metafile for trying out the metafile stimuli:
+// a frame of 200 x 100 mm, its left half a filled red rectangle, in its
+// right half a blue ellipse touching the middle of all four sides of that
+// half. Everything outside the figures is left undrawn.
+//
+//   ixmod_mkemf out.emf
+#include <libEMF/emf.h>
+
+#include <cstdio>
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    fprintf(stderr, "usage: %s out.emf\n", argv[0]);
+    return 2;
+  }
+  FILE* out = fopen(argv[1], "wb");
+  if (!out) {
+    perror(argv[1]);
+    return 1;
+  }
+  const RECT frame = {0, 0, 20000, 10000};  // in 0.01 mm
+  HDC dc = CreateEnhMetaFileWithFILEA(0, out, &frame, "ixmod test\0red rectangle, blue ellipse\0");
+  if (!dc) {
+    fprintf(stderr, "%s: cannot create the metafile\n", argv[1]);
+    fclose(out);
+    return 1;
+  }
+  // Logical units of 0.1 mm; the frame is 2000 x 1000 of them.
+  SetMapMode(dc, MM_ANISOTROPIC);
+  SetWindowExtEx(dc, 2000, 1000, nullptr);
+  const int px_per_100mm_x = GetDeviceCaps(dc, HORZRES) * 100 / GetDeviceCaps(dc, HORZSIZE);
+  const int px_per_100mm_y = GetDeviceCaps(dc, VERTRES) * 100 / GetDeviceCaps(dc, VERTSIZE);
+  SetViewportExtEx(dc, 2 * px_per_100mm_x, px_per_100mm_y, nullptr);
+
+  SelectObject(dc, GetStockObject(NULL_PEN));
+  HBRUSH red = CreateSolidBrush(RGB(255, 0, 0));
+  HGDIOBJ old = SelectObject(dc, red);
+  Rectangle(dc, 0, 0, 1001, 1001);  // the right and bottom edges are excluded
+  HBRUSH blue = CreateSolidBrush(RGB(0, 0, 255));
+  SelectObject(dc, blue);
+  Ellipse(dc, 1000, 0, 2001, 1001);
+  SelectObject(dc, old);
+  DeleteObject(red);
+  DeleteObject(blue);
+
+  HENHMETAFILE mf = CloseEnhMetaFileWithFILE(dc);
+  DeleteEnhMetaFile(mf);
+  if (fclose(out) != 0) {
+    perror(argv[1]);
+    return 1;
+  }
+  return 0;
+}
