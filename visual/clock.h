@@ -1,0 +1,108 @@
+// The clock: a face on which a dot runs round once per revolution time,
+// rendered in advance as a film with one frame per display refresh and
+// played in step with the retrace. While it runs it is the running clock,
+// and the clock-synchronised picture, LED, sound and pen stimuli record at
+// their own onsets where its dot stood.
+#pragma once
+#include <allegro.h>
+
+#include "screens/led.h"
+#include "screens/stift.h"
+#include "sound/swav.h"
+#include "visual/fli.h"
+#include "visual/sbmp.h"
+
+class cclock : public fli {
+ public:
+  cclock(unsigned nummer, int dauer, int richtung, double radius, double tics, double tics2, const char* uv,
+         unsigned char trigger, char kritisch, long t0, long t1, double x, double y);
+  // Attributes "dauer=%d", "richtung=%d", "radius=%lf", "tics=%lf",
+  // "tics2=%lf" and those of fli.
+  cclock(const char* line, int& err);
+
+  int set(const char* attr) override;
+  long fadetime() const override;
+  // Renders one face per refresh of a revolution.
+  int prepare() override;
+  int cleanup() override;
+  // The reaction window ends with the presentation.
+  long maxreak() const override;
+  ~cclock() override;
+  // Becomes the running clock; records an answer to the clock once.
+  int reshow() override;
+
+  int dauer() const { return dauer_; }
+  int richtung() const { return richtung_; }
+  double tics() const { return tics_; }
+  double tics2() const { return tics2_; }
+  long start() const { return start_; }
+  int akt() const { return current; }
+  // Dial position of the frame on screen in minutes.
+  double now() const;
+
+  int dauer_ = 1000;    // ms per revolution
+  int richtung_ = 1;    // -1 mirrors the dot (not the scale)
+  double radius = 0.1;  // face size as a fraction of the drawing area height
+  double tics_ = 2.5;   // minor tick step in minutes
+  double tics2_ = 5.0;  // major, numbered tick step in minutes
+  long start_ = 0;      // test time of the first frame shown
+  int fade_ = 500;
+
+ private:
+  void new_fade();
+};
+
+stim* _clock(const char* line);
+
+// The running clock, null when none runs.
+cclock* clock_running();
+
+// One face: a size x size bitmap in colour 0 with the dot at minutes, the
+// ring and, when |tics| >= 0.1, minor ticks and numbered major ticks, all in
+// palette colour 2. A step below 0.1 draws no ticks of its kind.
+BITMAP* clock_at(double minutes, int size, double tics, double tics2, int richtung);
+// The face without the dot, and the dot alone drawn onto a face.
+BITMAP* clock_face(int size, double tics, double tics2);
+void clock_dot(BITMAP* face, double minutes, int richtung);
+
+// The stimuli that record the running clock's position at their onset into
+// their condition text: "<kind> moda %d dauer %d richtung %d tics %.1f tics2
+// %.1f t0 %ld t0real %ld bildnummer %d minuten %.1f", and the position in
+// tenths of a minute as their reaction time. Without a running clock their
+// onset fails with "clock is not running...".
+class cbmp : public sbmp {
+ public:
+  cbmp(const char* line, int& err);
+  int set(const char* attr) override;
+  int show() override;
+  int moda = 0;
+};
+
+class cled : public led {
+ public:
+  cled(const char* line, int& err);
+  int set(const char* attr) override;
+  int show() override;
+  int moda = 0;
+};
+
+class cwav : public swav {
+ public:
+  cwav(const char* line, int& err);
+  int set(const char* attr) override;
+  int show() override;
+  int moda = 0;
+};
+
+class cstift : public stift {
+ public:
+  cstift(const char* line, int& err);
+  int set(const char* attr) override;
+  int show() override;
+  int moda = 0;
+};
+
+stim* _cbmp(const char* line);
+stim* _cled(const char* line);
+stim* _cwav(const char* line);
+stim* _cstift(const char* line);
