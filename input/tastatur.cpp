@@ -43,6 +43,16 @@ int tastatur_buttons() {
   return mouse_b & 3;
 }
 
+int tastatur_mouse(int& x, int& y) {
+  if (fake_) return fake_->mouse ? fake_->mouse(x, y) : 0;
+  display_poll_input();
+  if (!mouse_driver) return 0;
+  if (mouse_needs_poll()) poll_mouse();
+  x = mouse_x;
+  y = mouse_y;
+  return 1;
+}
+
 bool tastatur_is_reaction(int key) { return (key & 0xff) >= '1' && (key & 0xff) <= '8'; }
 
 // Takes the first reaction key among all waiting keys and puts the others

@@ -18,6 +18,8 @@ void tastatur_unget(int key);
 void tastatur_clear();
 // Mouse buttons: bit 0 left, bit 1 right.
 int tastatur_buttons();
+// The pointer's screen position; 0 when there is no mouse.
+int tastatur_mouse(int& x, int& y);
 
 // Test seam: keys and buttons come from these functions (null: the devices).
 // key() returns the next waiting key or 0; unget receives keys put back.
@@ -25,5 +27,6 @@ struct tastatur_device {
   int (*key)();
   void (*unget)(int key);
   int (*buttons)();
+  int (*mouse)(int& x, int& y);
 };
 void tastatur_fake(const tastatur_device* device);
