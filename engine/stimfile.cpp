@@ -20,9 +20,12 @@
 #include "screens/pause.h"
 #include "screens/stift.h"
 #include "sound/swav.h"
+#include "visual/clock.h"
 #include "visual/sbmp.h"
+#include "visual/sfli.h"
 #include "visual/shape.h"
 #include "visual/vbmp.h"
+#include "visual/wheel.h"
 #include "visual/wort.h"
 #include "services/argument.h"
 #include "services/config.h"
@@ -166,11 +169,20 @@ int stimuli_init(const char* dict) {
   stim_register("info", _info);
   stim_register("null", _null);
   stim_register("pause", _pause);
+  stim_register("fli", _fli);
+  stim_register("sfli", _sfli);
   stim_register("stift", _stift);
   stim_register("led", _led);
+  stim_register("film", _sfli);
   stim_register("reak", _reak);
   stim_register("shape", _shape);
   stim_register("stift", _stift);  // again: the later record answers first, both build a stift
+  stim_register("clock", _clock);
+  stim_register("cbmp", _cbmp);
+  stim_register("cwav", _cwav);
+  stim_register("cled", _cled);
+  stim_register("cstift", _cstift);
+  stim_register("wheel", _wheel);
 
   delete dict_;
   dict_ = new Chapter(dict);
