@@ -2,12 +2,22 @@
 
 #include <allegro.h>
 
+#include <atomic>
+
 #include "platform/display.h"
 #include "platform/priority.h"
 
 namespace {
 const tastatur_device* fake_ = nullptr;
+std::atomic<int> arrows_{0};
+bool counting_ = false;
+
+// Runs for every key going down or up (0x80 set) as the input is taken in.
+void count_arrows(int scancode) {
+  if (scancode == KEY_RIGHT) ++arrows_;
+  if (scancode == KEY_LEFT) --arrows_;
 }
+}  // namespace
 
 int tastatur_init() {
   alleg_noreal();
@@ -51,6 +61,16 @@ int tastatur_mouse(int& x, int& y) {
   x = mouse_x;
   y = mouse_y;
   return 1;
+}
+
+int tastatur_arrows() {
+  if (fake_) return fake_->arrows ? fake_->arrows() : 0;
+  if (!counting_ && keyboard_driver) {
+    keyboard_lowlevel_callback = count_arrows;
+    counting_ = true;
+  }
+  display_poll_input();
+  return arrows_.exchange(0);
 }
 
 bool tastatur_is_reaction(int key) { return (key & 0xff) >= '1' && (key & 0xff) <= '8'; }

@@ -20,6 +20,9 @@ void tastatur_clear();
 int tastatur_buttons();
 // The pointer's screen position; 0 when there is no mouse.
 int tastatur_mouse(int& x, int& y);
+// Presses of the right arrow key minus presses of the left one since the
+// last call. Counted as the keys go down, whoever reads the key buffer.
+int tastatur_arrows();
 
 // Test seam: keys and buttons come from these functions (null: the devices).
 // key() returns the next waiting key or 0; unget receives keys put back.
@@ -28,5 +31,6 @@ struct tastatur_device {
   void (*unget)(int key);
   int (*buttons)();
   int (*mouse)(int& x, int& y);
+  int (*arrows)();
 };
 void tastatur_fake(const tastatur_device* device);

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <vector>
 
 #include "input/tastatur.h"
 #include "platform/alleg.h"
@@ -113,6 +112,7 @@ int cwheel::draw() {
 
 int cwheel::show() {
   current = 0;
+  tastatur_arrows();  // presses before onset do not count
   buttons = tastatur_buttons();
   mouse_known = tastatur_mouse(mouse_x, mouse_y);
   display_vsync();
@@ -126,14 +126,7 @@ int cwheel::show() {
 
 int cwheel::reshow() {
   if (!answered) {
-    std::vector<int> others;
-    while (const int k = tastatur_key()) {
-      if (k >> 8 == KEY_LEFT || k >> 8 == KEY_RIGHT)
-        move_to(marker + (k >> 8 == KEY_RIGHT ? step : -step) * (richtung < 0 ? -1 : 1));
-      else
-        others.push_back(k);
-    }
-    for (int k : others) tastatur_unget(k);
+    if (const int n = tastatur_arrows()) move_to(marker + n * step * (richtung < 0 ? -1 : 1));
 
     int mx, my;
     if (tastatur_mouse(mx, my)) {

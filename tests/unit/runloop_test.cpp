@@ -45,7 +45,7 @@ int read_key(int& code) {
 int command_key() { return due(commands, fake_clock::ms()); }
 void unget_key(int) {}
 int no_buttons() { return 0; }
-const tastatur_device kDevice{command_key, unget_key, no_buttons, nullptr};
+const tastatur_device kDevice{command_key, unget_key, no_buttons, nullptr, nullptr};
 
 // A trial that records its hooks.
 struct probe : stim {

@@ -23,7 +23,7 @@ int next_key() {
   return k;
 }
 void unget(int k) { put_back.push_back(k); }
-const tastatur_device kKeys{next_key, unget, nullptr, nullptr};
+const tastatur_device kKeys{next_key, unget, nullptr, nullptr, nullptr};
 
 class Taste : public ::testing::Test {
  protected:

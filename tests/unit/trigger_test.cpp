@@ -28,7 +28,7 @@ int next_key() {
   keys.erase(keys.begin());
   return k;
 }
-const tastatur_device kKeys{next_key, [](int) {}, nullptr, nullptr};
+const tastatur_device kKeys{next_key, [](int) {}, nullptr, nullptr, nullptr};
 
 long key2_at = -1;  // test time from which the second reaction key is down
 int read_key2(int& code) {
