@@ -21,6 +21,7 @@
 #include "screens/stift.h"
 #include "sound/swav.h"
 #include "visual/clock.h"
+#include "visual/emf.h"
 #include "visual/sbmp.h"
 #include "visual/sfli.h"
 #include "visual/shape.h"
@@ -157,8 +158,10 @@ stim* _stimulus(const char* line) {
 int stimuli_init(const char* dict) {
   // In the order of the type table; types of later stages join it here.
   stim_register("bmp", _bmp);
+  stim_register("emf", _emf);
   stim_register("sbmp", _sbmp);
   stim_register("vbmp", _vbmp);
+  stim_register("semf", _semf);
   stim_register("word", _wort);
   stim_register("image", _sbmp);
   stim_register("wav", _wav);
