@@ -3,13 +3,29 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <typeindex>
 #include <utility>
 #include <vector>
 
 #include "engine/stim.h"
 #include "engine/stimfile.h"
 #include "engine/stimuli.h"
+#include "engine/reak.h"
+#include "screens/back.h"
+#include "screens/info.h"
+#include "screens/instrukt.h"
+#include "screens/led.h"
 #include "screens/null.h"
+#include "screens/pause.h"
+#include "screens/stift.h"
+#include "sound/swav.h"
+#include "visual/clock.h"
+#include "visual/emf.h"
+#include "visual/sfli.h"
+#include "visual/shape.h"
+#include "visual/vbmp.h"
+#include "visual/wheel.h"
+#include "visual/wort.h"
 #include "tests/unit/test_support.h"
 
 namespace {
@@ -61,6 +77,34 @@ TEST_F(Engine, RegistryTriesTheLatestRecordFirstThenEarlierThenTheDefault) {
   stim_default([](const char* a) { return made(a, 99); });
   EXPECT_EQ(built("wav t0=1"), "99:wav t0=1");  // retried whole as a default stimulus
   EXPECT_EQ(built("pause\n"), "99:pause\n");   // no blank: the whole line goes to the default
+}
+
+// Every type word builds its own class from a typical line.
+TEST_F(Engine, EveryTypeWordBuildsItsClass) {
+  test_allegro();
+  Args args({"-dict=unused"});
+  ASSERT_EQ(stimuli_init(log.dir.write("d.txt", "a\nb\n").c_str()), 0);
+  const struct { const char* line; std::type_index type; } types[] = {
+      {"bmp t0=5 datei=a.bmp", typeid(bmp)},          {"emf t0=5 w=0.5 h=0.5", typeid(emf)},
+      {"sbmp index=0", typeid(sbmp)},                 {"image index=0", typeid(sbmp)},
+      {"vbmp index=1", typeid(vbmp)},                 {"semf index=0", typeid(semf)},
+      {"word string=Ab", typeid(wort)},               {"wav datei=a.wav", typeid(wav)},
+      {"swav index=0", typeid(swav)},                 {"sound index=1", typeid(swav)},
+      {"back datei=b.bmp", typeid(background)},       {"instr datei=a.bmp", typeid(instrukt)},
+      {"info extra=x", typeid(info)},                 {"null t0=1", typeid(null)},
+      {"pause t0=0", typeid(class pause)},                  {"fli datei=f.txt", typeid(fli)},
+      {"sfli index=0", typeid(sfli)},                 {"film index=0", typeid(sfli)},
+      {"stift index=1", typeid(stift)},               {"led index=2", typeid(led)},
+      {"reak kritisch=1", typeid(reak)},              {"shape shape=1", typeid(shape)},
+      {"clock dauer=2000", typeid(cclock)},           {"cbmp index=0", typeid(cbmp)},
+      {"cwav index=0", typeid(cwav)},                 {"cled index=1", typeid(cled)},
+      {"cstift index=1", typeid(cstift)},             {"wheel start=5", typeid(cwheel)}};
+  for (const auto& c : types) {
+    std::unique_ptr<stim> s(_stimulus(c.line));
+    ASSERT_NE(s, nullptr) << c.line;
+    EXPECT_EQ(std::type_index(typeid(*s)), c.type) << c.line;
+  }
+  stimuli_done();
 }
 
 TEST_F(Engine, StimulusFileSeparatorsAndPieces) {
