@@ -30,10 +30,9 @@ void tick(BITMAP* b, int c, double v, double from, double to, int colour) {
   line(b, c + static_cast<int>(from * c * s), c - static_cast<int>(from * c * k), c + static_cast<int>(to * c * s),
        c - static_cast<int>(to * c * k), colour);
 }
+}  // namespace
 
-// The record text of a clock-synchronised stimulus, its reaction time the
-// dial position in tenths of a minute; -1 without a running clock.
-int record(stim& s, const char* kind, int moda) {
+int clock_record(stim& s, const char* kind, int moda) {
   const cclock* c = running_;
   if (!c) {
     alleg_error("clock is not running...");
@@ -49,9 +48,6 @@ int record(stim& s, const char* kind, int moda) {
   stim_assign(s.uv, text);
   return 0;
 }
-
-int moda_of(const char* attr, int& moda) { return attr && sscanf(attr, "moda=%d", &moda) == 1; }
-}  // namespace
 
 cclock* clock_running() { return running_; }
 
@@ -197,40 +193,6 @@ int cclock::reshow() {
 }
 
 stim* _clock(const char* line) { return stim_make<cclock>(line); }
-
-// ---- clock-synchronised stimuli ----
-
-cbmp::cbmp(const char* line, int& err) : sbmp(line, err) {
-  kritisch = 1;
-  if (err == 0) err = _stim(line);
-  err = err ? 1 : 0;
-}
-int cbmp::set(const char* attr) { return moda_of(attr, moda) ? 0 : sbmp::set(attr); }
-int cbmp::show() { return sbmp::show() != 0 ? -1 : record(*this, "bmp", moda); }
-
-cled::cled(const char* line, int& err) : led(line, err) {
-  kritisch = 1;
-  if (err == 0) err = _stim(line);
-  err = err ? 1 : 0;
-}
-int cled::set(const char* attr) { return moda_of(attr, moda) ? 0 : led::set(attr); }
-int cled::show() { return led::show() != 0 ? -1 : record(*this, "led", moda); }
-
-cwav::cwav(const char* line, int& err) : swav(line, err) {
-  kritisch = 1;
-  if (err == 0) err = _stim(line);
-  err = err ? 1 : 0;
-}
-int cwav::set(const char* attr) { return moda_of(attr, moda) ? 0 : swav::set(attr); }
-int cwav::show() { return swav::show() != 0 ? -1 : record(*this, "wav", moda); }
-
-cstift::cstift(const char* line, int& err) : stift(line, err) {
-  kritisch = 1;
-  if (err == 0) err = _stim(line);
-  err = err ? 1 : 0;
-}
-int cstift::set(const char* attr) { return moda_of(attr, moda) ? 0 : stift::set(attr); }
-int cstift::show() { return stift::show() != 0 ? -1 : record(*this, "stift", moda); }
 
 stim* _cbmp(const char* line) { return stim_make<cbmp>(line); }
 stim* _cled(const char* line) { return stim_make<cled>(line); }

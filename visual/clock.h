@@ -6,6 +6,8 @@
 #pragma once
 #include <allegro.h>
 
+#include <cstdio>
+
 #include "screens/led.h"
 #include "screens/stift.h"
 #include "sound/swav.h"
@@ -70,36 +72,45 @@ void clock_dot(BITMAP* face, double minutes, int richtung);
 // %.1f t0 %ld t0real %ld bildnummer %d minuten %.1f", and the position in
 // tenths of a minute as their reaction time. Without a running clock their
 // onset fails with "clock is not running...".
-class cbmp : public sbmp {
+// Writes that record into s (reaktion 1, reakzeit the tenths); 0, or -1
+// without a running clock.
+int clock_record(stim& s, const char* kind, int moda);
+
+template <class Base>
+class clocked : public Base {
  public:
-  cbmp(const char* line, int& err);
-  int set(const char* attr) override;
-  int show() override;
+  // The base's line constructor, then kritisch 1 and the line parsed again
+  // with "moda=%d" (a free modality code for the record).
+  clocked(const char* line, int& err, const char* kind) : Base(line, err), kind_(kind) {
+    this->kritisch = 1;
+    if (err == 0) err = this->_stim(line);
+    err = err ? 1 : 0;
+  }
+  int set(const char* attr) override {
+    return attr && sscanf(attr, "moda=%d", &moda) == 1 ? 0 : Base::set(attr);
+  }
+  int show() override { return Base::show() != 0 ? -1 : clock_record(*this, kind_, moda); }
   int moda = 0;
+
+ private:
+  const char* kind_;
 };
 
-class cled : public led {
+class cbmp : public clocked<sbmp> {
  public:
-  cled(const char* line, int& err);
-  int set(const char* attr) override;
-  int show() override;
-  int moda = 0;
+  cbmp(const char* line, int& err) : clocked(line, err, "bmp") {}
 };
-
-class cwav : public swav {
+class cled : public clocked<led> {
  public:
-  cwav(const char* line, int& err);
-  int set(const char* attr) override;
-  int show() override;
-  int moda = 0;
+  cled(const char* line, int& err) : clocked(line, err, "led") {}
 };
-
-class cstift : public stift {
+class cwav : public clocked<swav> {
  public:
-  cstift(const char* line, int& err);
-  int set(const char* attr) override;
-  int show() override;
-  int moda = 0;
+  cwav(const char* line, int& err) : clocked(line, err, "wav") {}
+};
+class cstift : public clocked<stift> {
+ public:
+  cstift(const char* line, int& err) : clocked(line, err, "stift") {}
 };
 
 stim* _cbmp(const char* line);
