@@ -236,7 +236,7 @@ int stimuli::run(long start) {
     while (alleg_get_timer() < due) {
     }
     timing_record tr{block_no, s->nummer, &typeid(*s), a.type, static_cast<uint64_t>(due) * 1000u,
-                     alleg_get_utimer(), 0, alleg_system_us()};
+                     alleg_get_utimer(), 0, alleg_system_us(), 0};
     switch (a.type) {
       case aktion::SHOW: {
         late = alleg_get_timer() - due;
@@ -244,8 +244,10 @@ int stimuli::run(long start) {
           alleg_warning("Sorry, %d ms too late", static_cast<int>(late));
           s->info();
         }
+        wav_voice_started();
         if (s->show() != 0) return -1;
         tr.done_us = alleg_get_utimer();
+        tr.voice_us = wav_voice_started();
         const long onset = alleg_get_timer() + s->showtime();
         if (s->kritisch > 0) kritisch_ = {s, onset};
         else if (s->kritisch == 0) fang_ = {s, onset};

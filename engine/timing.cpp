@@ -45,18 +45,18 @@ void timing_add(const timing_record& r) {
 void timing_write() {
   if (!file_) return;
   if (!header_) {
-    fputs("block\ttrial\ttype\taction\tdue_us\tactual_us\tlate_us\tdone_us\tretrace\tsystem_us\n", file_);
+    fputs("block\ttrial\ttype\taction\tdue_us\tactual_us\tlate_us\tdone_us\tretrace\tsystem_us\tvoice_us\n", file_);
     header_ = true;
   }
   for (const timing_record& r : records_) {
     int status = 0;
     char* type = abi::__cxa_demangle(r.type ? r.type->name() : "", nullptr, nullptr, &status);
-    fprintf(file_, "%d\t%u\t%s\t%s\t%llu\t%llu\t%lld\t%llu\t%s\t%llu\n", r.block, r.nummer,
+    fprintf(file_, "%d\t%u\t%s\t%s\t%llu\t%llu\t%lld\t%llu\t%s\t%llu\t%llu\n", r.block, r.nummer,
             status == 0 && type ? type : "?", action_name(r.action), static_cast<unsigned long long>(r.due_us),
             static_cast<unsigned long long>(r.actual_us),
             static_cast<long long>(r.actual_us) - static_cast<long long>(r.due_us),
             static_cast<unsigned long long>(r.done_us),
-            *display_vsync_source() ? display_vsync_source() : "none", static_cast<unsigned long long>(r.system_us));
+            *display_vsync_source() ? display_vsync_source() : "none", static_cast<unsigned long long>(r.system_us), static_cast<unsigned long long>(r.voice_us));
     free(type);
   }
   fflush(file_);

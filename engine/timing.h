@@ -18,6 +18,8 @@ struct timing_record {
   uint64_t done_us;         // when it returned (for a show: the onset taken)
   uint64_t system_us;       // CLOCK_MONOTONIC when it was started, to relate
                             // the test clock to traces of other clocks
+  uint64_t voice_us;        // for a sound's show: when its voice was started
+                            // (test clock); 0 for anything else
 };
 
 // Opens the file named by option "timing" when given; 0 also without one.

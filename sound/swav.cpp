@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/datafile.h"
+#include "platform/timer.h"
 #include "services/argument.h"
 #include "services/files.h"
 #include "services/log.h"
@@ -302,7 +303,10 @@ int swav::preshow() {
 }
 
 int swav::show() {
-  if (voice != -1) wav_voices().start(voice);
+  if (voice != -1) {
+    wav_voices().start(voice);
+    wav_voice_started(alleg_get_utimer());
+  }
   return stim::show();
 }
 

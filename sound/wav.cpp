@@ -13,6 +13,7 @@
 
 namespace {
 long playing_until_ = 0;
+unsigned long long voice_started_ = 0;
 wav_port_ port_ = wav_none;
 
 int lib_play(const SAMPLE* s, int vol, int pan, int freq, int loop) { return play_sample(s, vol, pan, freq, loop); }
@@ -37,6 +38,13 @@ void wav_playing_until(long t) {
 }
 void wav_stop_playing() { playing_until_ = alleg_get_timer(); }
 void wav_reset() { playing_until_ = 0; }
+
+unsigned long long wav_voice_started() {
+  const unsigned long long t = voice_started_;
+  voice_started_ = 0;
+  return t;
+}
+void wav_voice_started(unsigned long long us) { voice_started_ = us; }
 
 void wav_voices(const wav_voice_ops* ops) { voices_ = ops ? ops : &library_voices_; }
 const wav_voice_ops& wav_voices() { return *voices_; }
@@ -150,6 +158,7 @@ int wav::show() {
   const long length = wav_length_ms(sample);
   wav_playing_until(alleg_get_timer() + length + 10);
   voices_->play(sample, wav_play_volume(volume), 128, 1000, 0);
+  wav_voice_started(alleg_get_utimer());
   wav_playing_until(alleg_get_timer() + length + 10);
   return stim::show();
 }

@@ -34,6 +34,11 @@ class wav : public stim {
 
 stim* _wav(const char* line);
 
+// The test time in µs at which the last sound stimulus started its voice,
+// 0 when none did since the last call; reading it clears it.
+unsigned long long wav_voice_started();
+void wav_voice_started(unsigned long long us);
+
 // Reads "speaker-selection" (default "none") and starts the speaker port.
 int wav_init();
 int wav_init(wav_port_ port);

@@ -8,7 +8,12 @@
 #include <tuple>
 #include <vector>
 
+#include "engine/stimfile.h"
+#include "engine/stimuli.h"
+#include "engine/timing.h"
 #include "fake_clock.h"
+#include "input/taste.h"
+#include "input/tastatur.h"
 #include "sim_port.h"
 #include "sound/swav.h"
 #include "test_support.h"
@@ -153,6 +158,44 @@ TEST_F(Sound, ListFilesAndPreloadedSoundsOnReservedVoices) {
   EXPECT_FALSE(forever.preshow() || forever.cleanup());
   EXPECT_EQ(calls.back(), "release 7");
   EXPECT_TRUE(swav("index=5", err).prepare() == -1 && err == 0 && log.has("swav_get: invalid index (5)"));
+}
+
+TEST_F(Sound, TimingTraceMarksWhenEachSoundsVoiceStarted) {
+  wav_file(dir, "tone.wav", 8000, 800);
+  dir.write("prog.snd", "1 " + dir.path("tone.wav"));
+  ASSERT_EQ(swav_init(), 0);
+  taste_fake([](int& code) { return code = 0, 0; });
+  static const tastatur_device kNoKeys{[] { return 0; }, [](int) {}, [] { return 0; }, nullptr, nullptr};
+  tastatur_fake(&kNoKeys);
+  stim_registry_clear();
+  stim_register("wav", _wav);
+  stim_register("swav", _swav);
+  stim_register("probe", stim_make<stim>);
+  std::vector<std::string> lines = {"wav nummer=1 datei=tone.wav t0=300", "probe nummer=2 t0=350 t1=20",
+                                    "swav nummer=3 index=0 t0=400"};
+  std::vector<char*> raw;
+  for (std::string& l : lines) raw.push_back(l.data());
+  timing_keep(true);
+  stimuli block(static_cast<int>(raw.size()), raw.data(), err);
+  ASSERT_TRUE(err == 0 && block.prepare() == 0);
+  EXPECT_EQ(block.run(-1), 0);
+  int shows = 0;
+  for (int i = 0; i < timing_count(); ++i) {
+    const timing_record& r = timing_records()[i];
+    const bool sound_show = r.action == 2 && r.nummer != 2;
+    shows += sound_show;
+    if (sound_show)
+      EXPECT_TRUE(r.voice_us >= r.actual_us && r.voice_us <= r.done_us) << r.nummer;
+    else
+      EXPECT_EQ(r.voice_us, 0u) << r.nummer << " " << r.action;
+  }
+  EXPECT_EQ(shows, 2);
+  block.cleanup();
+  timing_keep(false);
+  timing_clear();
+  taste_reset();
+  tastatur_fake(nullptr);
+  stim_registry_clear();
 }
 
 }  // namespace
