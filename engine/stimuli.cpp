@@ -24,6 +24,7 @@
 #include "services/config.h"
 #include "services/dict.h"
 #include "services/log.h"
+#include "services/report.h"
 #include "sound/wav.h"
 
 namespace {
@@ -51,8 +52,9 @@ int aktionen_sort(const void* pa, const void* pb) {
 }
 
 stimuli::stimuli()
-    : count_(0), stims_(nullptr), kritisch_{nullptr, 0}, fang_{nullptr, 0}, nicht_kr_{nullptr, 0},
-      last_reacted_(nullptr), last_reaction_time_(0), aktionen_(nullptr), n_aktionen_(0) {}
+    : count_(0), stims_(nullptr), kritisch_{nullptr, 0, 0}, fang_{nullptr, 0, 0}, nicht_kr_{nullptr, 0, 0},
+      last_reacted_(nullptr), last_reaction_time_(0), aktionen_(nullptr), n_aktionen_(0),
+      antizipationen_(nullptr) {}
 
 stimuli::stimuli(int n, int& err) : stimuli() { err = _stimuli(n); }
 stimuli::stimuli(int n, char** lines, int& err) : stimuli() { err = _stimuli(n, lines); }
@@ -63,6 +65,7 @@ stimuli::~stimuli() {
   for (int i = 0; i < count_; ++i) delete stims_[i];
   delete[] stims_;
   delete[] aktionen_;
+  delete[] antizipationen_;
 }
 
 int stimuli::_stimuli() {
@@ -75,6 +78,10 @@ int stimuli::_stimuli(int n) {
   if (n < 0) n = 0;
   stims_ = new (std::nothrow) stim*[n > 0 ? n : 1]();
   if (!stims_) return fail(ENOMEM, "stims*");
+  // The run counts into it and must not allocate.
+  delete[] antizipationen_;
+  antizipationen_ = new (std::nothrow) int[n > 0 ? n : 1]();
+  if (!antizipationen_) return fail(ENOMEM, "stims*");
   count_ = n;
   return 0;
 }
@@ -168,9 +175,11 @@ void stimuli::info() const {
 }
 
 void stimuli::clear_tracking() {
-  kritisch_ = fang_ = nicht_kr_ = slot{nullptr, 0};
+  kritisch_ = fang_ = nicht_kr_ = slot{nullptr, 0, 0};
   last_reacted_ = nullptr;
   last_reaction_time_ = 0;
+  if (antizipationen_)
+    for (int i = 0; i < count_; ++i) antizipationen_[i] = 0;
 }
 
 int stimuli::build_schedule(long start) {
@@ -249,9 +258,9 @@ int stimuli::run(long start) {
         tr.done_us = alleg_get_utimer();
         tr.voice_us = wav_voice_started();
         const long onset = alleg_get_timer() + s->showtime();
-        if (s->kritisch > 0) kritisch_ = {s, onset};
-        else if (s->kritisch == 0) fang_ = {s, onset};
-        else nicht_kr_ = {s, onset};
+        if (s->kritisch > 0) kritisch_ = {s, onset, a.index};
+        else if (s->kritisch == 0) fang_ = {s, onset, a.index};
+        else nicht_kr_ = {s, onset, a.index};
         break;
       }
       case aktion::PRESHOW:
@@ -321,10 +330,11 @@ int stimuli::offer(slot& sl, int& key, long time) {
   stim* s = sl.s;
   const long rt = time - sl.onset;
   if (rt > s->maxreak()) {
-    sl = slot{nullptr, 0};
+    sl = slot{nullptr, 0, 0};
     return 0;
   }
   if (key == 0) return s->idle();
+  if (rt <= s->minreak() && antizipationen_) ++antizipationen_[sl.index];
   if (rt > s->minreak() && s->reaktion == 0) {
     s->reaktion = key;
     s->reakzeit = rt;
@@ -334,6 +344,19 @@ int stimuli::offer(slot& sl, int& key, long time) {
     key = 0;
   }
   return s->idle();
+}
+
+int stimuli::antizipationen(int i) const {
+  return antizipationen_ && i >= 0 && i < count_ ? antizipationen_[i] : 0;
+}
+
+void stimuli::report(session_report& rep, int block) const {
+  rep.begin_block(block);
+  for (int i = 0; i < count_; ++i) {
+    const stim* s = stims_[i];
+    if (!s || !s->with_reaktion()) continue;
+    rep.add(s->uv, report_classify(s->kritisch, s->reaktion), s->reakzeit, antizipationen(i) > 0);
+  }
 }
 
 int stimuli::idle_mit_reak(int& key, long time) { return offer(kritisch_, key, time); }

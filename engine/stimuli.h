@@ -4,6 +4,7 @@
 #pragma once
 
 class stim;
+class session_report;
 
 // One scheduled action: due at time - correction on the test clock (ms).
 struct aktion {
@@ -63,11 +64,20 @@ class stimuli {
   // length. The array is owned by the block until the next call.
   const aktion* schedule(long start, int& n);
 
+  // Presses of a reaction key that trial i's reaction slot was offered at or
+  // before its minreak in the last run (ignored by the run, counted here).
+  int antizipationen(int i) const;
+  // Adds the trials the last run evaluated, classified as run() classifies
+  // them, to rep as block number block.
+  void report(session_report& rep, int block) const;
+
  protected:
-  // A tracked trial: the last shown stimulus of its kind and its onset.
+  // A tracked trial: the last shown stimulus of its kind, its onset and its
+  // index in the block.
   struct slot {
     stim* s;
     long onset;
+    int index;
   };
   int offer(slot& sl, int& key, long time);
   void clear_tracking();
@@ -82,6 +92,7 @@ class stimuli {
   long last_reaction_time_;
   aktion* aktionen_;
   int n_aktionen_;
+  int* antizipationen_;  // per stimulus, sized with the block
 };
 
 int stimuli_zufall_init();
