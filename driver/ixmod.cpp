@@ -22,6 +22,7 @@
 #include "screens/instrukt.h"
 #include "screens/led.h"
 #include "screens/stift.h"
+#include "services/report.h"
 #include "services/results.h"
 
 namespace {
@@ -132,6 +133,7 @@ int ixmod_main(int argc, char** argv) {
   if (swav_init() != 0) return -1;
   if (stimfile_init() != 0) return -1;
   if (results_init(1000) != 0) return -1;
+  if (report_init() != 0) return -1;
   instrukt_init();
   // The devices around the trial: the speaker relay, the trigger input a
   // block can wait for, pen and LED lines, the trigger output. After the
@@ -161,11 +163,15 @@ int ixmod_main(int argc, char** argv) {
       return -1;
     }
     int failed = block->prepare();
-    if (failed == 0) failed = block->run(-1);
+    const bool ran = failed == 0;
+    if (ran) failed = block->run(-1);
+    // The report counts what the block evaluated, also when it was ended early.
+    if (ran && report_session()) block->report(*report_session(), i + 1);
     block->cleanup();
     block->speichern();
     delete block;
     timing_write();
+    report_write();
     lpt_flush();
     alleg_logflush();
     if (failed != 0) return -1;
