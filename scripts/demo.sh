@@ -7,9 +7,11 @@ cd "$(dirname "$0")/.."
 out=build/demo
 mkdir -p "$out"
 rm -f "$out/results.txt" "$out/lpt1" "$out/lpt1.trace"
+rm -rf "$out/report"
 log="$out/ixmod.log"
 cmd=(build/ixmod -s=examples/crossmodal.s -lst=examples/crossmodal.lst -cfg=examples/ixmod.cfg
      -dict=examples/en.dict -locale=en "-log=$log" "-timing=$out/timing.tsv" "-res=$out/results.txt"
+     "-report=$out/report"
      "-lpt1-device=$PWD/$out/lpt1")
 if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1 && [ -z "${CI:-}" ]; then
   "${cmd[@]}"
@@ -38,6 +40,7 @@ echo "exit status: $status"
 echo "log: $log"
 echo "results lines (trial, label, reaction, reaction time): $out/results.txt"
 echo "timing trace: $out/timing.tsv"
+echo "session report: $out/report/ixmod-report.html (table: $out/report/ixmod-report.tsv)"
 if [ -f "$out/lpt1.trace" ]; then
   # Data-register writes other than the rest levels 0 and 0xFF: one per pulse.
   pulses=$(awk '$2 == 0 && $3 != 255 && $3 != 0 { n++ } END { print n + 0 }' "$out/lpt1.trace")
