@@ -1,0 +1,150 @@
+// The onset finder of the sound benchmark on synthetic recordings, and the
+// pairing of found tones with scheduled ones.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "tools/onsets.h"
+
+namespace {
+
+const int kRate = 44100;
+
+struct recording {
+  int channels;
+  std::vector<int16_t> s;
+  recording(int ch, size_t frames) : channels(ch), s(frames * static_cast<size_t>(ch), 0) {}
+  size_t frames() const { return s.size() / static_cast<size_t>(channels); }
+  // A tone on channel c (-1: all) from frame `at` for `len` frames: a square
+  // wave, or a sine starting at phase 0.
+  recording& tone(size_t at, size_t len, int amp, int c = -1, double sine_hz = 0) {
+    for (size_t i = at; i < std::min(frames(), at + len); ++i) {
+      const double ph = static_cast<double>(i - at) / kRate;
+      const int v = sine_hz > 0 ? static_cast<int>(amp * std::sin(2 * M_PI * sine_hz * ph))
+                                : ((i - at) / 22 % 2 ? -amp : amp);
+      for (int k = 0; k < channels; ++k)
+        if (c < 0 || c == k) s[i * static_cast<size_t>(channels) + static_cast<size_t>(k)] = static_cast<int16_t>(v);
+    }
+    return *this;
+  }
+  // Deterministic noise of the given peak over the whole recording.
+  recording& noise(int peak) {
+    uint32_t x = 12345;
+    for (int16_t& v : s) {
+      x = x * 1103515245u + 12345u;
+      v = static_cast<int16_t>(v + static_cast<int>((x >> 16) % static_cast<uint32_t>(2 * peak + 1)) - peak);
+    }
+    return *this;
+  }
+  std::vector<onset> find(onset_levels* l = nullptr) const {
+    onset_params p;
+    p.rate = kRate;
+    p.channels = channels;
+    return find_onsets(s.data(), frames(), p, l);
+  }
+};
+
+std::vector<size_t> starts(const std::vector<onset>& v) {
+  std::vector<size_t> r;
+  for (const onset& o : v) r.push_back(o.start);
+  return r;
+}
+
+TEST(Onsets, ATonesStartIsItsFirstFrameAfterSilence) {
+  recording r(1, kRate);
+  r.tone(10000, 1323, 12000).tone(30000, 1323, 12000, -1, 1000);
+  const std::vector<onset> o = r.find();
+  ASSERT_EQ(o.size(), 2u);
+  EXPECT_EQ(o[0].start, 10000u);
+  EXPECT_EQ(o[0].end, 11323u);
+  // A sine from phase 0 crosses half its amplitude a twelfth of a period in.
+  EXPECT_GE(o[1].start, 30000u);
+  EXPECT_LE(o[1].start, 30000u + 4);
+  // A 1 kHz sine crosses zero every 22 frames: the hold keeps it one tone.
+  EXPECT_GE(o[1].end, 31320u);
+}
+
+TEST(Onsets, NoiseFloorSetsTheSilenceLevelAndMakesNoTones) {
+  recording r(2, kRate);
+  r.noise(2500).tone(5000, 1323, 12000).tone(20000, 1323, 12000);
+  onset_levels l;
+  EXPECT_EQ(starts(r.find(&l)), (std::vector<size_t>{5000, 20000}));
+  EXPECT_GT(l.silence, 2000);
+  EXPECT_LT(l.silence, 2600);
+  EXPECT_GT(l.threshold, l.silence);
+
+  // Noise alone, or a recording of silence, holds no tone.
+  EXPECT_TRUE(recording(2, kRate).noise(2500).find().empty());
+  EXPECT_TRUE(recording(2, kRate).find().empty());
+  EXPECT_TRUE(recording(2, 0).find().empty());
+}
+
+TEST(Onsets, TonesCloseTogetherAreSeparateOnceTheGapOutlastsTheHold) {
+  recording r(1, kRate);
+  const size_t gap_10ms = 441, gap_2ms = 88;
+  r.tone(1000, 1323, 12000).tone(1000 + 1323 + gap_10ms, 1323, 12000);
+  r.tone(20000, 1323, 12000).tone(20000 + 1323 + gap_2ms, 1323, 12000);
+  const std::vector<onset> o = r.find();
+  ASSERT_EQ(starts(o), (std::vector<size_t>{1000, 1000 + 1323 + gap_10ms, 20000}));
+  EXPECT_EQ(o[2].end, 20000 + 2 * 1323 + gap_2ms);  // one tone across the short gap
+}
+
+TEST(Onsets, ClicksAreNoTonesAndDoNotRaiseTheToneLevel) {
+  recording r(1, kRate);
+  r.tone(3000, 1323, 8000).tone(9000, 20, 32767).tone(15000, 1323, 8000);
+  onset_levels l;
+  EXPECT_EQ(starts(r.find(&l)), (std::vector<size_t>{3000, 15000}));
+  EXPECT_EQ(l.tone, 8000);
+}
+
+TEST(Onsets, AToneCutOffByTheEndOfTheRecordingCounts) {
+  recording r(1, 20000);
+  r.tone(5000, 1323, 12000).tone(20000 - 132, 1323, 12000);
+  const std::vector<onset> o = r.find();
+  ASSERT_EQ(o.size(), 2u);
+  EXPECT_EQ(o[1].start, 20000u - 132);
+  EXPECT_EQ(o[1].end, 20000u);
+}
+
+TEST(Onsets, StereoPositionsAreFramesAndEitherChannelCounts) {
+  recording r(2, kRate);
+  r.tone(1000, 1323, 12000, 0).tone(8000, 1323, 12000, 1).tone(16000, 1323, 12000);
+  EXPECT_EQ(starts(r.find()), (std::vector<size_t>{1000, 8000, 16000}));
+  // The same samples read as mono are twice as many frames.
+  onset_params mono;
+  mono.channels = 1;
+  const std::vector<onset> m = find_onsets(r.s.data(), r.s.size(), mono);
+  ASSERT_FALSE(m.empty());
+  EXPECT_EQ(m[0].start, 2000u);
+}
+
+TEST(OnsetPairing, FindsTheOffsetThroughJitterAndCountsMissingAndExtraTones) {
+  const std::vector<double> scheduled{0, 9000, 22000, 31000, 44000, 57000};
+  std::vector<double> found;
+  const double jitter[] = {30, -200, 150, 0, -90, 400};
+  for (size_t i = 0; i < scheduled.size(); ++i) found.push_back(scheduled[i] + 100000 + jitter[i]);
+  onset_pairing p = pair_onsets(scheduled, found, 3000);
+  EXPECT_NEAR(p.offset, 100000, 400);
+  EXPECT_EQ(p.missing, 0u);
+  EXPECT_EQ(p.extra, 0u);
+  for (size_t i = 0; i < scheduled.size(); ++i) EXPECT_EQ(p.found_for[i], static_cast<long>(i));
+
+  // The third tone lost, a click between the fourth and fifth, and a
+  // found list in no particular order.
+  std::vector<double> f2{found[5], found[0], found[1], found[3], found[4], 100000 + 37000};
+  p = pair_onsets(scheduled, f2, 3000);
+  EXPECT_EQ(p.missing, 1u);
+  EXPECT_EQ(p.extra, 1u);
+  EXPECT_EQ(p.found_for[2], -1);
+  EXPECT_EQ(p.found_for[5], 0);
+  EXPECT_EQ(p.found_for[0], 1);
+
+  p = pair_onsets(scheduled, {}, 3000);
+  EXPECT_EQ(p.missing, scheduled.size());
+  p = pair_onsets({}, found, 3000);
+  EXPECT_EQ(p.extra, found.size());
+}
+
+}  // namespace
