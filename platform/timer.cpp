@@ -1,6 +1,9 @@
 #include "platform/timer.h"
 
+#include <pthread.h>
+
 #include <atomic>
+#include <cerrno>
 #include <ctime>
 
 #include "services/log.h"
@@ -48,15 +51,66 @@ void snapshot(int32_t& ticks, uint64_t& stamp) {
 
 uint64_t alleg_timer_rdtsc() { return counter_(); }
 
-void alleg_timer_handler() {
+void alleg_timer_handler() { alleg_timer_tick(alleg_timer_rdtsc()); }
+
+void alleg_timer_tick(uint64_t stamp) {
   if (!running_.load(std::memory_order_relaxed)) return;
-  const uint64_t now = alleg_timer_rdtsc();
   seq_.fetch_add(1, std::memory_order_acq_rel);
   if (running_.load(std::memory_order_acquire)) {
     ticks_.store(ticks_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
-    stamp_.store(now, std::memory_order_release);
+    stamp_.store(stamp, std::memory_order_release);
   }
   seq_.fetch_add(1, std::memory_order_release);
+}
+
+uint64_t alleg_timer_due(uint64_t due_ns, uint64_t mono_ns, uint64_t counter) {
+  while (due_ns <= mono_ns) {
+    alleg_timer_tick(counter - (mono_ns - due_ns));
+    due_ns += 1000000ull;
+  }
+  return due_ns;
+}
+
+namespace {
+std::atomic<bool> ticking_{false};
+pthread_t tick_thread_;
+
+uint64_t monotonic_ns() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<uint64_t>(ts.tv_sec) * 1000000000ull + static_cast<uint64_t>(ts.tv_nsec);
+}
+
+// Sleeps to absolute due times 1 ms apart on CLOCK_MONOTONIC, so the count
+// never drifts, and stamps each tick with its due time on the counter, so a
+// late wake-up does not hold the clock back.
+void* tick_loop(void*) {
+  uint64_t due = monotonic_ns() + 1000000ull;
+  while (ticking_.load(std::memory_order_relaxed)) {
+    const timespec at{static_cast<time_t>(due / 1000000000ull), static_cast<long>(due % 1000000000ull)};
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr) == EINTR) {
+    }
+    const uint64_t mono = monotonic_ns();
+    due = alleg_timer_due(due, mono, alleg_timer_rdtsc());
+  }
+  return nullptr;
+}
+}  // namespace
+
+int alleg_timer_install() {
+  if (ticking_.load()) return 0;
+  ticking_.store(true);
+  if (const int err = pthread_create(&tick_thread_, nullptr, tick_loop, nullptr)) {
+    ticking_.store(false);
+    errno = err;
+    return -1;
+  }
+  return 0;
+}
+
+void alleg_timer_remove() {
+  if (!ticking_.exchange(false)) return;
+  pthread_join(tick_thread_, nullptr);
 }
 
 void alleg_timer_start() {

@@ -1,6 +1,7 @@
 // The test clock: milliseconds counted by a 1 ms callback, refined between
 // ticks by a high-resolution counter (CLOCK_MONOTONIC_RAW, ns). All waiting
-// is spinning; nothing here sleeps. Stopping the clock freezes it.
+// is spinning; nothing here sleeps but the tick thread. Stopping the clock
+// freezes it.
 #pragma once
 #include <cstdint>
 
@@ -9,6 +10,16 @@ uint64_t alleg_timer_rdtsc();
 int alleg_rdtsc_init();
 // The 1 ms callback; never called by program code.
 void alleg_timer_handler();
+// One tick stamped with the counter value at which it was due.
+void alleg_timer_tick(uint64_t stamp);
+// The tick thread's step: one tick for every millisecond due by mono_ns
+// (CLOCK_MONOTONIC), from due_ns on, each stamped at its due time on the
+// counter (which read `counter` at mono_ns). Returns the next due time.
+uint64_t alleg_timer_due(uint64_t due_ns, uint64_t mono_ns, uint64_t counter);
+// Starts and stops the thread that calls the tick every millisecond of
+// CLOCK_MONOTONIC; -1 with errno when it cannot be started.
+int alleg_timer_install();
+void alleg_timer_remove();
 // Sets the running flag and stamps the last tick: the clock starts.
 void alleg_timer_start();
 

@@ -64,3 +64,27 @@ TEST_F(Clock, WaitsSpinOnTheClock) {
   alleg_urest(3000);
   EXPECT_GE(now_ns - from, 8 * kMs);
 }
+
+// The tick thread's step: a wake-up 3.4 ms after the due time counts every
+// millisecond due since, each stamped when it was due, so the clock reads
+// exactly the time passed; an early wake-up counts nothing.
+TEST_F(Clock, LateWakeUpCountsEveryDueTickStampedAtItsDueTime) {
+  alleg_timer_frequency(1000000000);
+  alleg_timer_start();
+  const uint64_t mono0 = 50 * kMs;  // CLOCK_MONOTONIC and the counter differ by an offset
+  const uint64_t counter0 = now_ns;
+  uint64_t due = mono0 + kMs;
+  now_ns = counter0 + kMs / 2;
+  EXPECT_EQ(alleg_timer_due(due, mono0 + kMs / 2, now_ns), due);  // early
+  EXPECT_EQ(alleg_get_utimer(), 500u);
+  now_ns = counter0 + 4 * kMs + 400000;
+  due = alleg_timer_due(due, mono0 + 4 * kMs + 400000, now_ns);
+  EXPECT_EQ(due, mono0 + 5 * kMs);
+  EXPECT_EQ(std::make_pair(alleg_get_timer(), alleg_get_utimer()), std::make_pair(4L, 4400ull));
+  // Ten thousand wake-ups each 0.3 ms late: no drift.
+  for (int i = 0; i < 10000; ++i) {
+    now_ns = counter0 + (due - mono0) + 300000;
+    due = alleg_timer_due(due, due + 300000, now_ns);
+  }
+  EXPECT_EQ(std::make_pair(alleg_get_timer(), alleg_get_utimer()), std::make_pair(10004L, 10004300ull));
+}
