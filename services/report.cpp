@@ -161,6 +161,32 @@ std::string html_escape(const std::string& text) {
   return out;
 }
 
+std::string utf8_text(const std::string& text) {
+  // Valid UTF-8 stays; anything else is read as Latin-1, the stimulus
+  // files' own encoding.
+  bool valid = true;
+  for (size_t i = 0; i < text.size() && valid;) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    const size_t len = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+    if (len == 0 || i + len > text.size()) valid = false;
+    for (size_t k = 1; k < len && valid; ++k)
+      if ((static_cast<unsigned char>(text[i + k]) >> 6) != 2) valid = false;
+    i += len ? len : 1;
+  }
+  if (valid) return text;
+  std::string out;
+  for (char ch : text) {
+    const unsigned char c = static_cast<unsigned char>(ch);
+    if (c < 0x80) {
+      out += ch;
+    } else {
+      out += static_cast<char>(0xC0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return out;
+}
+
 std::string rt_histogram_svg(const std::vector<long>& rts, const std::string& title) {
   if (rts.empty()) return "";
   const long lo_rt = *std::min_element(rts.begin(), rts.end());
@@ -191,7 +217,7 @@ std::string rt_histogram_svg(const std::vector<long>& rts, const std::string& ti
   std::string s = format("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" "
                          "viewBox=\"0 0 %.0f %.0f\" role=\"img\"",
                          W, H, W, H);
-  s += " aria-label=\"" + html_escape(title) + "\">\n";
+  s += " aria-label=\"" + html_escape(utf8_text(title)) + "\">\n";
   for (int i = 0; i < bins; ++i) {
     if (count[static_cast<size_t>(i)] == 0) continue;
     const double x0 = x(static_cast<double>(lo + i * width)), x1 = x(static_cast<double>(lo + (i + 1) * width));
@@ -226,7 +252,7 @@ std::string session_report::html(const std::string& title) const {
   const time_t now = time(nullptr);
   struct tm tm_now;
   if (localtime_r(&now, &tm_now)) strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &tm_now);
-  const std::string t = html_escape(title);
+  const std::string t = html_escape(utf8_text(title));
   std::string out =
       "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>" + t +
       "</title>\n<style>\n"
@@ -250,12 +276,12 @@ std::string session_report::html(const std::string& title) const {
   each_row(blocks_, [&](const std::vector<std::string>& row, bool all) {
     out += all ? "<tr class=\"all\">" : "<tr>";
     for (size_t i = 0; i < row.size(); ++i)
-      out += std::string(i == 1 ? "<td>" : "<td class=\"n\">") + html_escape(row[i]) + "</td>";
+      out += std::string(i == 1 ? "<td>" : "<td class=\"n\">") + html_escape(utf8_text(row[i])) + "</td>";
     out += "</tr>\n";
   });
   out += "</table>\n<h2>Reaction times of correct trials, whole session</h2>\n";
   for (const auto& [label, rts] : rts_by_label()) {
-    out += "<h3>" + html_escape(label) + "</h3>\n";
+    out += "<h3>" + html_escape(utf8_text(label)) + "</h3>\n";
     if (rts.empty()) {
       out += "<p>No correct reactions.</p>\n";
     } else {

@@ -55,6 +55,8 @@ class session_report {
 
 // Text with &, <, >, " and ' as HTML entities.
 std::string html_escape(const std::string& text);
+// text when it is valid UTF-8, else text read as Latin-1 in UTF-8.
+std::string utf8_text(const std::string& text);
 // A histogram of rts (not empty) as an inline SVG element, median marked.
 std::string rt_histogram_svg(const std::vector<long>& rts, const std::string& title);
 

@@ -226,6 +226,17 @@ TEST(Report, HtmlEscapesLabelsAndDrawsOneHistogramPerLabel) {
   EXPECT_NE(html.find(">reaction time (ms)<"), std::string::npos);
 }
 
+TEST(Report, HtmlTextIsUtf8WhateverTheStimulusFileUsed) {
+  EXPECT_EQ(utf8_text("gr\xfcn"), "gr\xc3\xbcn");        // Latin-1
+  EXPECT_EQ(utf8_text("gr\xc3\xbcn"), "gr\xc3\xbcn");    // already UTF-8
+  EXPECT_EQ(utf8_text("\xc3"), "\xc3\x83");               // a cut sequence is Latin-1
+  session_report rep;
+  rep.begin_block(1);
+  rep.add("gr\xfcn", report_outcome::correct, 300, false);
+  EXPECT_NE(rep.html("t").find("<h3>gr\xc3\xbcn</h3>"), std::string::npos);
+  EXPECT_NE(rep.tsv().find("\tgr\xfcn\t"), std::string::npos);  // the table keeps the file's bytes
+}
+
 TEST(Report, HistogramBinsEveryValueOnce) {
   std::vector<long> rts;
   for (long v = 200; v < 700; v += 7) rts.push_back(v);  // 72 values, range 497 ms
