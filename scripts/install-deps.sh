@@ -10,6 +10,7 @@ pkgs=(
   libieee1284-3-dev libserialport-dev
   libemf2svg-dev librsvg2-dev libemf-dev
   xvfb xauth xdotool x11-utils alsa-utils sox
+  pulseaudio pulseaudio-utils libasound2-plugins
 )
 missing=()
 for p in "${pkgs[@]}"; do
