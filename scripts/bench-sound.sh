@@ -25,7 +25,21 @@ pa_pid="" rec_pid="" run_pid=""
 cleanup() {
   [ -n "${IXMOD_SOUND_KEEP:-}" ] && mkdir -p "$IXMOD_SOUND_KEEP" &&
     cp "$work"/{rec.raw,timing.tsv,t.log,t.s,pulse.log,ixmod.out} "$IXMOD_SOUND_KEEP"/ 2>/dev/null
+  local p alive
   for p in $run_pid $rec_pid $pa_pid; do kill "$p" 2>/dev/null; done
+  # The program blocks SIGTERM; what still runs after a second is killed
+  # (timeout's child too, by its parent's id).
+  for _ in $(seq 1 20); do
+    alive=""
+    for p in $run_pid $rec_pid $pa_pid; do kill -0 "$p" 2>/dev/null && alive=1; done
+    [ -z "$alive" ] && break
+    sleep 0.05
+  done
+  if [ -n "$run_pid" ]; then
+    pkill -KILL -P "$run_pid" 2>/dev/null
+    kill -KILL "$run_pid" 2>/dev/null
+  fi
+  for p in $rec_pid $pa_pid; do kill -KILL "$p" 2>/dev/null; done
   for p in $run_pid $rec_pid $pa_pid; do wait "$p" 2>/dev/null; done
   rm -rf "$work"
 }
@@ -33,7 +47,11 @@ trap cleanup EXIT
 trap 'exit 1' INT TERM
 
 if ! command -v pulseaudio >/dev/null || ! command -v parec >/dev/null; then
-  row "sound onsets" "not measured: pulseaudio or parec is not installed"
+  row "sound onset - schedule" "not measured: pulseaudio or parec is not installed"
+  exit 0
+fi
+if [ ! -x build/ixmod ] || [ ! -x build/ixmod_soundcheck ]; then
+  row "sound onset - schedule" "not measured: build/ixmod or build/ixmod_soundcheck is not built" "" "NO"
   exit 0
 fi
 
@@ -53,7 +71,7 @@ for _ in $(seq 1 100); do
   sleep 0.05
 done
 if ! pactl info >/dev/null 2>&1; then
-  row "sound onsets" "not measured: no paced output (the sound server did not start)"
+  row "sound onset - schedule" "not measured: no paced output (the sound server did not start)"
   exit 0
 fi
 
@@ -82,7 +100,7 @@ for _ in $(seq 1 100); do
   sleep 0.05
 done
 if [ ! -s "$work/rec.raw" ]; then
-  row "sound onsets" "not measured: the sink's monitor delivered nothing to record"
+  row "sound onset - schedule" "not measured: the sink's monitor delivered nothing to record"
   exit 0
 fi
 (cd "$work" && exec timeout 60 "$repo/build/ixmod" -s=t.s -lst=t.lst -dict=en.dict -cfg=t.cfg -log=t.log \
@@ -96,7 +114,7 @@ kill -INT "$rec_pid" 2>/dev/null
 wait "$rec_pid" 2>/dev/null
 rec_pid=""
 if [ "$status" -ne 0 ] || [ ! -s "$work/timing.tsv" ]; then
-  row "sound onsets" "not measured: build/ixmod ended with status $status" "" "NO"
+  row "sound onset - schedule" "not measured: build/ixmod ended with status $status" "" "NO"
   exit 0
 fi
 
