@@ -14,6 +14,7 @@
 set -u
 cd "$(dirname "$0")/.."
 repo=$(pwd)
+. scripts/pulse-sink.sh
 frags=${IXMOD_SOUND_FRAGS:-512x4}
 rate=44100
 tones=48
@@ -21,17 +22,17 @@ tones=48
 row() { printf '  %-44s %-65s  %-26s %s\n' "$1" "$2" "${3:-}" "${4:-}"; }
 
 work=$(mktemp -d)
-pa_pid="" rec_pid="" run_pid=""
+rec_pid="" run_pid=""
 cleanup() {
   [ -n "${IXMOD_SOUND_KEEP:-}" ] && mkdir -p "$IXMOD_SOUND_KEEP" &&
     cp "$work"/{rec.raw,timing.tsv,t.log,t.s,pulse.log,ixmod.out} "$IXMOD_SOUND_KEEP"/ 2>/dev/null
   local p alive
-  for p in $run_pid $rec_pid $pa_pid; do kill "$p" 2>/dev/null; done
+  for p in $run_pid $rec_pid; do kill "$p" 2>/dev/null; done
   # The program blocks SIGTERM; what still runs after a second is killed
   # (timeout's child too, by its parent's id).
   for _ in $(seq 1 20); do
     alive=""
-    for p in $run_pid $rec_pid $pa_pid; do kill -0 "$p" 2>/dev/null && alive=1; done
+    for p in $run_pid $rec_pid; do kill -0 "$p" 2>/dev/null && alive=1; done
     [ -z "$alive" ] && break
     sleep 0.05
   done
@@ -39,8 +40,9 @@ cleanup() {
     pkill -KILL -P "$run_pid" 2>/dev/null
     kill -KILL "$run_pid" 2>/dev/null
   fi
-  for p in $rec_pid $pa_pid; do kill -KILL "$p" 2>/dev/null; done
-  for p in $run_pid $rec_pid $pa_pid; do wait "$p" 2>/dev/null; done
+  [ -n "$rec_pid" ] && kill -KILL "$rec_pid" 2>/dev/null
+  for p in $run_pid $rec_pid; do wait "$p" 2>/dev/null; done
+  pulse_stop
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -55,30 +57,9 @@ if [ ! -x build/ixmod ] || [ ! -x build/ixmod_soundcheck ]; then
   exit 0
 fi
 
-# The server, private to this run: its own HOME, runtime and state folders
-# and socket, no default script, no idle exit.
-mkdir -p "$work/run" "$work/state"
-export HOME="$work" XDG_RUNTIME_DIR="$work/run" XDG_CONFIG_HOME="$work/.config" PULSE_RUNTIME_PATH="$work/run" \
-  PULSE_STATE_PATH="$work/state" PULSE_SERVER="unix:$work/pulse.sock"
-unset PULSE_SINK PULSE_SOURCE
-pulseaudio -n --daemonize=no --use-pid-file=no --exit-idle-time=-1 --log-target=stderr --log-level=info \
-  -L "module-native-protocol-unix socket=$work/pulse.sock auth-anonymous=1" \
-  -L "module-null-sink sink_name=bench rate=$rate channels=2 format=s16le" >"$work/pulse.log" 2>&1 &
-pa_pid=$!
-for _ in $(seq 1 100); do
-  pactl info >/dev/null 2>&1 && break
-  kill -0 "$pa_pid" 2>/dev/null || break
-  sleep 0.05
-done
-if ! pactl info >/dev/null 2>&1; then
+if ! pulse_start "$work" "$rate" "$frags"; then
   row "sound onset - schedule" "not measured: no paced output (the sound server did not start)"
   exit 0
-fi
-
-printf 'pcm.!default { type pulse server "unix:%s/pulse.sock" }\nctl.!default { type pulse server "unix:%s/pulse.sock" }\n' \
-  "$work" "$work" >"$work/.asoundrc"
-if [ "$frags" != default ]; then
-  printf '[sound]\nalsa_fragsize = %s\nalsa_numfrags = %s\n' "${frags%x*}" "${frags#*x}" >"$work/.allegrorc"
 fi
 
 # A 30 ms square tone (a sharp onset) and a block of tones 200 to 400 ms

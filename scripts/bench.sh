@@ -1,14 +1,42 @@
 #!/usr/bin/env bash
-# Runs the timing benchmark; without a display on a private Xvfb server.
-# Sound goes to an ALSA file device in a scratch HOME.
+# The timing benchmark: one table of the program's timing against its
+# targets, with the machine's own baseline beside it. Without a display it
+# runs on private Xvfb servers. Sound goes to a private PulseAudio null sink,
+# which is paced in real time like a sound card (scripts/pulse-sink.sh); where
+# none can be started, to an ALSA file device.
+#   1. build/ixmod_bench: schedule, display, triggers, key path;
+#   2. build/ixmod_bench_session: the whole program with a participant
+#      pressing keys: reaction times, clock drift, start-up;
+#   3. scripts/bench-sound.sh: tone onsets in the recorded output.
 set -u
 cd "$(dirname "$0")/.."
-home=$(mktemp -d)
-trap 'rm -rf "$home"' EXIT
-printf 'pcm.!default { type file slave.pcm "null" file "%s/sound.raw" format "raw" }\n' "$home" > "$home/.asoundrc"
-cmd=(env HOME="$home" build/ixmod_bench "-log=$home/bench.log" "-lpt1-device=$home/lpt1" "$@")
-if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1; then
-  "${cmd[@]}"
+repo=$(pwd)
+. scripts/pulse-sink.sh
+work=$(mktemp -d)
+trap 'pulse_stop; rm -rf "$work"' EXIT
+trap 'exit 1' INT TERM
+
+on_display() {
+  if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1; then
+    "$@"
+  else
+    "$repo/scripts/xvfb-run.sh" "$@"
+  fi
+}
+
+started=$(date +%s)
+echo "ixmod timing benchmark, $(nproc) cores, $(uname -sr)"
+if pulse_start "$work" 44100 512x4; then
+  echo "sound output: a private PulseAudio null sink (paced), fragments 512x4"
 else
-  scripts/xvfb-run.sh "${cmd[@]}"
+  printf 'pcm.!default { type file slave.pcm "null" file "%s/sound.raw" format "raw" }\n' "$work" >"$work/.asoundrc"
+  export HOME="$work"
+  echo "sound output: an ALSA file device (no sound server could be started; not paced)"
 fi
+on_display build/ixmod_bench "-log=$work/bench.log" "-lpt1-device=$work/lpt1" "$@" 2>>"$work/stderr"
+on_display build/ixmod_bench_session 2>>"$work/stderr"
+pulse_stop
+on_display scripts/bench-sound.sh 2>>"$work/stderr"
+echo "benchmark time: $(( $(date +%s) - started )) s"
+[ -n "${IXMOD_BENCH_STDERR:-}" ] && cat "$work/stderr"
+exit 0

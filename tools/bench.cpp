@@ -63,6 +63,8 @@ struct Shared {
   long key_gap_ms;
   int n_seen, n_sent;
   unsigned long long seen[kMax];  // pixel turned on
+  int n_polls;
+  double poll_us[kMax];           // how long each reading of the screen took
   unsigned long long sent[kMax];  // key press sent
 };
 Shared* shared = nullptr;
@@ -86,9 +88,11 @@ void participant() {
     if (phase == WATCH) {
       bool on = false;
       while (shared->phase.load() == WATCH) {
+        const unsigned long long asked = mono_ns();
         XImage* img = XGetImage(d, DefaultRootWindow(d), shared->screen_x, shared->screen_y, 1, 1, AllPlanes,
                                 ZPixmap);
         const unsigned long long t = mono_ns();
+        if (shared->n_polls < kMax) shared->poll_us[shared->n_polls++] = static_cast<double>(t - asked) / 1000.0;
         const bool now_on = img && XGetPixel(img, 0, 0) != 0;
         if (img) XDestroyImage(img);
         if (now_on && !on && shared->n_seen < kMax) shared->seen[shared->n_seen++] = t;
@@ -285,13 +289,14 @@ void schedule_rows(int n) {
       const bool granted = alleg_get_prio() == p.cls;
       timing_clear();
       run_block(flashes(n, 10, 200));
-      std::vector<double> late;
+      std::vector<double> late, takes;
       int too_late = 0;
       for (int i = 0; i < timing_count(); ++i) {
         const timing_record& r = timing_records()[i];
         if (r.action == 1) continue;
         const double l = static_cast<double>(r.actual_us) - static_cast<double>(r.due_us);
         late.push_back(l);
+        takes.push_back(static_cast<double>(r.done_us) - static_cast<double>(r.actual_us));
         if (r.action == 2 && l > alleg_toler() * 1000.0) ++too_late;
       }
       const std::string where = std::string(p.name) + (loaded ? ", loaded" : ", idle");
@@ -300,6 +305,7 @@ void schedule_rows(int n) {
       snprintf(note, sizeof note, "\"too late\": %d%s", too_late, granted ? "" : ", priority refused");
       bench_row("lateness, " + where, s, "p99 <= 100, max <= 1000",
                 bench_met(s.p99 <= 100 && s.max <= 1000 && too_late == 0 && s.n == static_cast<size_t>(2 * n)), note);
+      bench_row("  show/hide duration (drawing, X round trip)", bench_stats_of(takes));
       bench_row("  machine: spin to due, " + where, bench_stats_of(spin_lateness(2 * n, 5000)));
       bench_row("  machine: sleep to due, " + where, bench_stats_of(sleep_lateness(2 * n, 2000)));
     }
@@ -357,6 +363,7 @@ int main(int argc, char** argv) {
   bench_section("display");
   onsets.clear();
   shared->n_seen = 0;
+  shared->n_polls = 0;
   shared->phase = WATCH;
   usleep(50000);
   run_block(flashes(std::min(n, 200), 50, 200));
@@ -372,6 +379,8 @@ int main(int argc, char** argv) {
   bench_row("onset taken to pixels read back", ds, "|mean| <= 100, sd <= 100",
             bench_met(std::fabs(ds.mean) <= 100 && ds.sd <= 100 && shared->n_seen == static_cast<int>(onsets.size())),
             note);
+  bench_row("  machine: one reading of the screen (reader)",
+            bench_stats_of(std::vector<double>(shared->poll_us, shared->poll_us + shared->n_polls)));
 
   // Trigger pulses.
   if (const char* port_file = argument_value("lpt1-device")) {

@@ -1,0 +1,48 @@
+# Sourced by the benchmark scripts: a private PulseAudio server with a null
+# sink, which plays at its own pace in real time, made the ALSA default
+# device of a scratch HOME (ALSA's pulse plugin), with Allegro's mixing
+# fragments set in that HOME's .allegrorc.
+#
+#   pulse_start DIR RATE FRAGS   FRAGS: FRAMESxCOUNT, or "default"
+#                                0 when the server answers; it logs to DIR/pulse.log
+#   pulse_stop                   stops the server (also safe when none runs)
+pulse_pid=""
+
+pulse_start() {
+  local dir=$1 rate=$2 frags=$3
+  command -v pulseaudio >/dev/null && command -v pactl >/dev/null || return 1
+  # Private to this run: its own HOME, runtime and state folders and
+  # socket, no default script, no idle exit.
+  mkdir -p "$dir/run" "$dir/state"
+  export HOME="$dir" XDG_RUNTIME_DIR="$dir/run" XDG_CONFIG_HOME="$dir/.config" PULSE_RUNTIME_PATH="$dir/run" \
+    PULSE_STATE_PATH="$dir/state" PULSE_SERVER="unix:$dir/pulse.sock"
+  unset PULSE_SINK PULSE_SOURCE
+  pulseaudio -n --daemonize=no --use-pid-file=no --exit-idle-time=-1 --log-target=stderr --log-level=info \
+    -L "module-native-protocol-unix socket=$dir/pulse.sock auth-anonymous=1" \
+    -L "module-null-sink sink_name=bench rate=$rate channels=2 format=s16le" >"$dir/pulse.log" 2>&1 &
+  pulse_pid=$!
+  for _ in $(seq 1 100); do
+    pactl info >/dev/null 2>&1 && break
+    kill -0 "$pulse_pid" 2>/dev/null || break
+    sleep 0.05
+  done
+  pactl info >/dev/null 2>&1 || return 1
+  printf 'pcm.!default { type pulse server "unix:%s/pulse.sock" }\nctl.!default { type pulse server "unix:%s/pulse.sock" }\n' \
+    "$dir" "$dir" >"$dir/.asoundrc"
+  if [ "$frags" != default ]; then
+    printf '[sound]\nalsa_fragsize = %s\nalsa_numfrags = %s\n' "${frags%x*}" "${frags#*x}" >"$dir/.allegrorc"
+  fi
+  return 0
+}
+
+pulse_stop() {
+  [ -n "$pulse_pid" ] || return 0
+  kill "$pulse_pid" 2>/dev/null
+  for _ in $(seq 1 20); do
+    kill -0 "$pulse_pid" 2>/dev/null || break
+    sleep 0.05
+  done
+  kill -KILL "$pulse_pid" 2>/dev/null
+  wait "$pulse_pid" 2>/dev/null
+  pulse_pid=""
+}
