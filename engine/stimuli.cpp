@@ -286,20 +286,23 @@ int stimuli::run(long start) {
     if (!s || !s->with_reaktion()) continue;
     int (stim::*hook)() = nullptr;
     int (*count)() = nullptr;
-    if (s->kritisch != 0 && s->reaktion == s->kritisch) {
-      hook = &stim::richtig;
-      count = info_richtig;
-    } else if (s->kritisch != 0 && s->reaktion != 0) {
-      hook = &stim::falsch;
-      count = info_fehler;
-    } else if (s->kritisch == 0 && s->reaktion > 0) {
-      hook = &stim::falsch;
-      count = info_fehler;
-    } else if (s->kritisch != 0 && s->reaktion == 0) {
-      hook = &stim::auslassung;
-      count = info_auslassung;
+    switch (report_classify(s->kritisch, s->reaktion)) {
+      case report_outcome::correct:
+        hook = &stim::richtig;
+        count = info_richtig;
+        break;
+      case report_outcome::wrong_key:
+      case report_outcome::false_alarm:
+        hook = &stim::falsch;
+        count = info_fehler;
+        break;
+      case report_outcome::omission:
+        hook = &stim::auslassung;
+        count = info_auslassung;
+        break;
+      default:
+        continue;
     }
-    if (!hook) continue;
     if (r != 0 || (s->*hook)() != 0 || count() != 0) r = 1;
     if (r != 0) break;
   }
