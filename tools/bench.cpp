@@ -225,32 +225,24 @@ std::vector<std::string> flashes(int n, long gap_ms, long first_ms) {
 
 // ---- the machine's baseline, measured the way the run loop waits ----
 
-// A plain loop spinning on CLOCK_MONOTONIC to due times gap_us apart: how
-// late the machine lets a spinning thread be.
-std::vector<double> spin_lateness(int n, long gap_us) {
+// How late the machine lets a thread reach due times gap_us apart on
+// CLOCK_MONOTONIC: spinning to them (as the run loop does), or sleeping to
+// them (the timer wake-up lateness).
+std::vector<double> machine_lateness(int n, long gap_us, bool sleep) {
   std::vector<double> late;
   late.reserve(static_cast<size_t>(n));
   const unsigned long long start = mono_ns() + 1000000ull;
   for (int i = 0; i < n; ++i) {
-    const unsigned long long due = start + static_cast<unsigned long long>(i) * static_cast<unsigned long long>(gap_us) * 1000ull;
+    const unsigned long long due =
+        start + static_cast<unsigned long long>(i) * static_cast<unsigned long long>(gap_us) * 1000ull;
+    if (sleep) {
+      const timespec at{static_cast<time_t>(due / 1000000000ull), static_cast<long>(due % 1000000000ull)};
+      clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr);
+    }
     unsigned long long now;
     while ((now = mono_ns()) < due) {
     }
     late.push_back(static_cast<double>(now - due) / 1000.0);
-  }
-  return late;
-}
-
-// Sleeping to absolute due times: the timer wake-up lateness.
-std::vector<double> sleep_lateness(int n, long gap_us) {
-  std::vector<double> late;
-  late.reserve(static_cast<size_t>(n));
-  const unsigned long long start = mono_ns() + 1000000ull;
-  for (int i = 0; i < n; ++i) {
-    const unsigned long long due = start + static_cast<unsigned long long>(i) * static_cast<unsigned long long>(gap_us) * 1000ull;
-    timespec ts{static_cast<time_t>(due / 1000000000ull), static_cast<long>(due % 1000000000ull)};
-    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr);
-    late.push_back(static_cast<double>(mono_ns() - due) / 1000.0);
   }
   return late;
 }
@@ -306,8 +298,8 @@ void schedule_rows(int n) {
       bench_row("lateness, " + where, s, "p99 <= 100, max <= 1000",
                 bench_met(s.p99 <= 100 && s.max <= 1000 && too_late == 0 && s.n == static_cast<size_t>(2 * n)), note);
       bench_row("  show/hide duration (drawing, X round trip)", bench_stats_of(takes));
-      bench_row("  machine: spin to due, " + where, bench_stats_of(spin_lateness(2 * n, 5000)));
-      bench_row("  machine: sleep to due, " + where, bench_stats_of(sleep_lateness(2 * n, 2000)));
+      bench_row("  machine: spin to due, " + where, bench_stats_of(machine_lateness(2 * n, 5000, false)));
+      bench_row("  machine: sleep to due, " + where, bench_stats_of(machine_lateness(2 * n, 2000, true)));
     }
     load.stop();
   }
