@@ -80,10 +80,12 @@ void session_report::add(const char* label, report_outcome o, long rt, bool anti
 std::vector<std::pair<std::string, std::vector<long>>> session_report::rts_by_label() const {
   std::vector<std::pair<std::string, std::vector<long>>> out;
   for (const block_rows& b : blocks_)
-    for (const auto& [label, c] : b.labels) {
+    for (const auto& entry : b.labels) {
+      const std::string& label = entry.first;
+      const std::vector<long>& rts = entry.second.rts;
       auto it = std::find_if(out.begin(), out.end(), [&](const auto& l) { return l.first == label; });
       if (it == out.end()) it = out.insert(out.end(), {label, {}});
-      it->second.insert(it->second.end(), c.rts.begin(), c.rts.end());
+      it->second.insert(it->second.end(), rts.begin(), rts.end());
     }
   return out;
 }
