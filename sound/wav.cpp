@@ -140,7 +140,8 @@ int wav::prepare() {
     errno = 0;
     sample = load_sample(path);
     if (!sample) {
-      if (errno == 0) errno = EIO;
+      // The sample loader leaves errno unset for a file that is not there.
+      if (errno == 0) errno = exists(path) ? EIO : ENOENT;
       alleg_perror(datei);
       return -1;
     }
