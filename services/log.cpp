@@ -5,6 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "platform/timer.h"
 #include "services/argument.h"
 #include "services/files.h"
@@ -17,6 +20,52 @@ char log_name_[255];
 FILE* out() { return stream_ ? stream_ : stderr; }
 
 const char* text_or_null(const char* s) { return s ? s : "(null)"; }
+
+// The log file behind the stream. A write that fails (a full disk, a
+// vanished device) is reported once on standard error, and what could not
+// be written, and every later line, goes there instead: the log is never
+// silently lost.
+struct log_file {
+  int fd;
+  bool failed;
+};
+
+void report_failure(int error) {
+  fprintf(stderr, "error: %ld: %s: %s\n", alleg_get_timer(), log_name_, strerror(error));
+}
+
+ssize_t write_log(void* cookie, const char* buf, size_t size) {
+  log_file* f = static_cast<log_file*>(cookie);
+  size_t done = 0;
+  while (!f->failed && done < size) {
+    const ssize_t n = ::write(f->fd, buf + done, size - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      f->failed = true;
+      report_failure(n < 0 ? errno : ENOSPC);
+      break;
+    }
+    done += static_cast<size_t>(n);
+  }
+  if (done < size) fwrite(buf + done, 1, size - done, stderr);
+  return static_cast<ssize_t>(size);
+}
+
+int close_log(void* cookie) {
+  log_file* f = static_cast<log_file*>(cookie);
+  if (::close(f->fd) != 0 && !f->failed) report_failure(errno);
+  delete f;
+  return 0;
+}
+
+FILE* open_log(const char* name) {
+  const int fd = open(name, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  if (fd < 0) return nullptr;
+  log_file* f = new log_file{fd, false};
+  FILE* stream = fopencookie(f, "w", cookie_io_functions_t{nullptr, write_log, nullptr, close_log});
+  if (!stream) close_log(f);
+  return stream;
+}
 
 const int kFormatted = 1000;
 
@@ -43,7 +92,7 @@ int log_init() {
   const char* name = argument_get("log", def, "Using %s as log file\n");
   snprintf(log_name_, sizeof log_name_, "%s", name);
   if (const char* mapped = files_get(log_name_)) snprintf(log_name_, sizeof log_name_, "%s", mapped);
-  FILE* f = fopen(log_name_, "w");
+  FILE* f = open_log(log_name_);
   if (!f) return 0;
   if (stream_) fclose(stream_);
   stream_ = f;
