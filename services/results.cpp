@@ -78,13 +78,23 @@ const char* results_name() { return stream_ ? name_ : nullptr; }
 void resclose() {
   if (!stream_) return;
   const bool any = !buffered_.empty();
-  for (char* line : buffered_) {
-    fputs(line, stream_);
-    free(line);
-  }
-  buffered_.clear();
-  fclose(stream_);
+  for (char* line : buffered_) fputs(line, stream_);
+  int error = fflush(stream_) != 0 || ferror(stream_) ? errno : 0;
+  if (fclose(stream_) != 0 && !error) error = errno;
   stream_ = nullptr;
+  // A file that could not take the lines (a full disk) is reported, and the
+  // lines go to standard error, the results stream from now on, so that
+  // they are not lost with it.
+  if (error) {
+    errno = error;
+    alleg_perror(name_);
+    alleg_message("Results on standard error", name_);
+    alleg_logflush();
+    for (char* line : buffered_) fputs(line, stderr);
+  }
+  for (char* line : buffered_) free(line);
+  buffered_.clear();
+  if (error) return;
   if (!any) {
     alleg_message("No results. removing file", name_);
     remove(name_);
