@@ -13,6 +13,7 @@
 #include "platform/font.h"
 #include "platform/priority.h"
 #include "platform/timer.h"
+#include "platform/utf8.h"
 #include "services/config.h"
 #include "services/log.h"
 
@@ -50,6 +51,7 @@ int alleg_init(int with_sound) {
   display_init();
   display_screensaver_off();
   atexit(restore_display_at_exit);
+  utf8_install();
   set_uformat(U_UTF8);
   if (log_flag_) log_init();
   if (install_allegro(SYSTEM_AUTODETECT, &errno, atexit) != 0) {
