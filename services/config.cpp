@@ -3,12 +3,14 @@
 #include <allegro.h>
 
 #include <cstdio>
+#include <string>
 
 #include "services/argument.h"
 #include "services/log.h"
 
 namespace {
 double osversion_ = 0;
+const size_t kLongestLine = 200;  // characters before the newline
 
 const char* file_value(const char* key) { return get_config_string(nullptr, key, nullptr); }
 
@@ -45,8 +47,28 @@ int config_init() {
     alleg_warning("file not found", name);
     return 0;
   }
+  // The library's reader copies a line into a fixed buffer and can run past
+  // it on a long line of multi-byte characters; no setting needs such a
+  // line. Those lines and lines with NUL bytes are left out, and said so.
+  std::string text, line;
+  int number = 0;
+  for (int c = 0; c != EOF;) {
+    c = fgetc(f);
+    if (c != EOF) line += static_cast<char>(c);
+    if (c != '\n' && c != EOF) continue;
+    ++number;
+    if (line.size() > kLongestLine + 1 || line.find('\0') != std::string::npos) {
+      char what[300];
+      snprintf(what, sizeof what, "line %d left out: longer than %d characters or with a NUL byte", number,
+               static_cast<int>(kLongestLine));
+      alleg_warning(name, what);
+    } else {
+      text += line;
+    }
+    line.clear();
+  }
   fclose(f);
-  override_config_file(name);
+  override_config_data(text.data(), static_cast<int>(text.size()));
   return 0;
 }
 
