@@ -1,6 +1,8 @@
 #include "visual/fli.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +22,18 @@ void perror_fmt(const char* fmt, const char* name) {
   snprintf(text, sizeof text, fmt, name);
 #pragma GCC diagnostic pop
   alleg_perror(text);
+}
+
+// The frame lines left in f, counted as the reader takes them (199
+// characters at a most per line); the position is kept.
+int frame_lines(FILE* f) {
+  const long at = ftell(f);
+  int lines = 0;
+  char line[200];
+  while (lines < INT_MAX && fgets(line, sizeof line, f)) ++lines;
+  clearerr(f);
+  fseek(f, at, SEEK_SET);
+  return lines;
 }
 
 int fail(const char* text, int e = EINVAL) {
@@ -119,18 +133,21 @@ int flistruct::prepare(const char* file) {
     fclose(f);
     return -1;
   }
-  _bilder = new (std::nothrow) BITMAP*[static_cast<size_t>(n)]();
+  // A count beyond the frame lines that follow fails at the first missing
+  // line; the arrays need no room past it, however large the count.
+  const int slots = std::min(n, frame_lines(f));
+  _bilder = new (std::nothrow) BITMAP*[static_cast<size_t>(slots) + 1]();
   if (!_bilder) {
     fclose(f);
     return fail("fli-init-bilder", ENOMEM);
   }
-  palettes_ = new (std::nothrow) PALETTE[static_cast<size_t>(n)]();
+  palettes_ = new (std::nothrow) PALETTE[static_cast<size_t>(slots) + 1]();
   if (!palettes_) {
     fclose(f);
     clear();
     return fail("fli-init-palette", ENOMEM);
   }
-  anzahl_ = n;
+  anzahl_ = slots;
   freq_ = rate;
 
   std::string dir(file);
@@ -140,7 +157,7 @@ int flistruct::prepare(const char* file) {
   const int w = static_cast<int>(fx * (scr ? scr->w : 0));
   const int h = static_cast<int>(fy * (scr ? scr->h : 0));
   int r = 0;
-  for (int i = 0; i < n && r == 0; ++i) {
+  for (int i = 0; i < n && i <= slots && r == 0; ++i) {
     char line[200];
     if (!fgets(line, sizeof line, f)) {
       errno = EINVAL;
