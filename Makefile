@@ -1,10 +1,11 @@
 # make demo  - install what is missing, build, run a demo session
 # make test  - install what is missing, build, run all tests (also under ASan/UBSan)
 # make bench - timing benchmark: schedule lateness, display and key latency
+# make fuzz  - build the libFuzzer targets with clang and run each for FUZZ_SECONDS (60)
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD_TYPE ?= RelWithDebInfo
 
-.PHONY: all deps build build-asan demo test bench clean
+.PHONY: all deps build build-asan build-fuzz demo test bench fuzz clean
 
 all: build
 
@@ -30,5 +31,12 @@ test: build build-asan
 bench: build
 	@scripts/bench.sh
 
+build-fuzz: deps
+	@CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DIXMOD_FUZZ=ON >/dev/null
+	@cmake --build build-fuzz -j$(JOBS)
+
+fuzz: build-fuzz
+	@scripts/fuzz.sh
+
 clean:
-	rm -rf build build-asan
+	rm -rf build build-asan build-fuzz

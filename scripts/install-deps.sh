@@ -11,6 +11,7 @@ pkgs=(
   libemf2svg-dev librsvg2-dev libemf-dev
   xvfb xauth xdotool x11-utils alsa-utils sox
   pulseaudio pulseaudio-utils libasound2-plugins
+  clang libclang-rt-14-dev
 )
 missing=()
 for p in "${pkgs[@]}"; do

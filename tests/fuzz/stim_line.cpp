@@ -1,0 +1,61 @@
+// One stimulus-file line: the attribute tokeniser and the set() of every
+// stimulus type. The first byte picks the type word, so each type gets its
+// share of the inputs; the rest is the attribute text.
+#include <memory>
+
+#include "driver/ixmod.h"
+#include "engine/stim.h"
+#include "engine/stimfile.h"
+#include "fuzz_support.h"
+
+namespace {
+const char* const kTypes[] = {"bmp",   "emf",   "sbmp",  "vbmp",  "semf", "word", "image", "wav",   "swav",
+                              "sound", "back",  "instr", "info",  "null", "pause", "fli",  "sfli",  "stift",
+                              "led",   "film",  "reak",  "shape", "clock", "cbmp", "cwav", "cled",  "cstift",
+                              "wheel", "prep",  "arrow"};
+const size_t kCount = sizeof kTypes / sizeof kTypes[0];
+
+void start() {
+  static const bool done = [] {
+    fuzz::start();
+    const std::string dict = fuzz::write("en.dict", "Please release the key.\nInterrupted.\n");
+    if (stimuli_init(dict.c_str()) != 0) abort();
+    stim_default(_ixmod);
+    stim_register("prep", _ixmod_prep);
+    return true;
+  }();
+  (void)done;
+}
+
+// Every query a block makes of a stimulus before it shows anything.
+void query(const stim& s) {
+  // Summed without overflow: the values are the lab's, of any size.
+  volatile unsigned long sink = 0UL + static_cast<unsigned long>(s.pstime()) + static_cast<unsigned long>(s.showtime()) +
+                                static_cast<unsigned long>(s.fadetime()) + static_cast<unsigned long>(s.hidetime()) +
+                                static_cast<unsigned long>(s.minreak()) + static_cast<unsigned long>(s.maxreak()) +
+                                static_cast<unsigned long>(s.with_trigger() + s.with_reaktion());
+  (void)sink;
+  s.info();
+}
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  start();
+  if (size == 0) return 0;
+  const std::string attributes = fuzz::text(data + 1, size - 1);
+  if (data[0] % (kCount + 1) == kCount) {
+    // The base alone: the tokeniser, then one token offered directly.
+    int err = 0;
+    stim s(attributes.c_str(), err);
+    s.set(attributes.c_str());
+    query(s);
+    return 0;
+  }
+  const std::string line = std::string(kTypes[data[0] % (kCount + 1)]) + " " + attributes;
+  std::unique_ptr<stim> s(_stimulus(line.c_str()));
+  if (s) {
+    s->set(attributes.c_str());
+    query(*s);
+  }
+  return 0;
+}
