@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -34,6 +36,31 @@ int colour(BITMAP* scr, int r, int g, int b) { return makecol_depth(bitmap_color
 void destroy(BITMAP*& b) {
   if (b) destroy_bitmap(b);
   b = nullptr;
+}
+
+// Allegro's BMP reader takes a file that ends early as it is and fills the
+// rows it could not read with whatever the reads past the end gave. An
+// uncompressed BMP shorter than its header says is therefore refused here.
+bool truncated_bmp(const char* path) {
+  FILE* f = fopen(path, "rb");
+  if (!f) return false;
+  unsigned char h[34];
+  const size_t n = fread(h, 1, sizeof h, f);
+  const long size = fseek(f, 0, SEEK_END) == 0 ? ftell(f) : -1;
+  fclose(f);
+  if (n < 2 || h[0] != 'B' || h[1] != 'M') return false;  // no BMP: the other readers decide
+  if (n < sizeof h || size < 0) return true;
+  auto u32 = [&h](int at) {
+    return static_cast<uint32_t>(h[at]) | static_cast<uint32_t>(h[at + 1]) << 8 |
+           static_cast<uint32_t>(h[at + 2]) << 16 | static_cast<uint32_t>(h[at + 3]) << 24;
+  };
+  const uint32_t header = u32(14), compression = u32(30);
+  if (header < 40 || (compression != 0 && compression != 3)) return false;  // OS/2 or RLE: sizes unknown
+  const uint64_t width = static_cast<uint64_t>(std::llabs(static_cast<int32_t>(u32(18))));
+  const uint64_t height = static_cast<uint64_t>(std::llabs(static_cast<int32_t>(u32(22))));
+  const uint64_t bits = static_cast<uint64_t>(h[28] | h[29] << 8);
+  const uint64_t row = (width * bits + 31) / 32 * 4;
+  return static_cast<uint64_t>(size) < u32(10) + row * height;
 }
 }  // namespace
 
@@ -119,9 +146,11 @@ int bmp::prepare() {
   if (datei) {
     char path[300];
     bmp_resolve(path, sizeof path, datei);
-    bitmap = load_bitmap(path, palette);
-    if (!bitmap) bitmap = load_bmp(path, palette);
-    if (!bitmap) bitmap = load_pcx(path, palette);
+    if (!truncated_bmp(path)) {
+      bitmap = load_bitmap(path, palette);
+      if (!bitmap) bitmap = load_bmp(path, palette);
+      if (!bitmap) bitmap = load_pcx(path, palette);
+    }
     if (!bitmap) {
       errno = ENOENT;
       alleg_perror(path);
