@@ -13,6 +13,8 @@
 
 namespace {
 cclock* running_ = nullptr;
+// The most memory the frames of one revolution may take (at 32 bits).
+const double kFrameBytes = 1024.0 * 1024 * 1024;
 
 double angle(double minutes) { return minutes / 30.0 * M_PI; }
 
@@ -140,15 +142,29 @@ double cclock::now() const {
   return n > 0 ? akt() * 60.0 / n : 0.0;
 }
 
-int cclock::prepare() {
-  const int n = static_cast<int>(alleg_refresh_rate() * dauer_ / 1000.0);
+int clock_size(double radius) {
   BITMAP* scr = getscreen();
-  const int size = static_cast<int>((scr ? scr->h : 0) * radius);
-  if (n < 1 || size < 1) {
+  const int h = scr ? scr->h : 0;
+  const double size = h * radius;
+  return size >= 1 && size <= 4.0 * h ? static_cast<int>(size) : 0;
+}
+
+int cclock::prepare() {
+  const double count = alleg_refresh_rate() * static_cast<double>(dauer_) / 1000.0;
+  const int size = clock_size(radius);
+  if (!(count >= 1) || size < 1) {
     errno = EINVAL;
     alleg_perror("clock: dauer, radius");
     return -1;
   }
+  // Every frame is drawn before the block; a revolution that would not fit
+  // in memory is refused before the first one.
+  if (count * size * size * 4 > kFrameBytes) {
+    errno = ENOMEM;
+    alleg_perror("clock: dauer, radius");
+    return -1;
+  }
+  const int n = static_cast<int>(count);
   std::vector<BITMAP*> frames(static_cast<size_t>(n));
   std::vector<PALETTE> palettes(static_cast<size_t>(n));
   for (int i = 0; i < n; ++i) {

@@ -65,6 +65,10 @@ cclock* clock_running();
 BITMAP* clock_at(double minutes, int size, double tics, double tics2, int richtung);
 // The face without the dot, and the dot alone drawn onto a face.
 BITMAP* clock_face(int size, double tics, double tics2);
+// The face's side in pixels for a radius (a share of the screen height):
+// 0 when that is under one pixel or over four screen heights, or not a
+// number.
+int clock_size(double radius);
 void clock_dot(BITMAP* face, double minutes, int richtung);
 
 // The stimuli that record the running clock's position at their onset into

@@ -62,8 +62,7 @@ void cwheel::move_to(double minutes) {
 }
 
 int cwheel::prepare() {
-  BITMAP* scr = getscreen();
-  const int size = static_cast<int>((scr ? scr->h : 0) * radius);
+  const int size = clock_size(radius);
   if (size < 1) {
     errno = EINVAL;
     alleg_perror("wheel: radius");
@@ -85,6 +84,7 @@ int cwheel::prepare() {
   face = frame;
   marker = begin = dial(start < 0 ? (rand() % 600) / 10.0 : start);
   answered = dirty = mouse_known = 0;
+  BITMAP* scr = getscreen();
   x = bmp_place((scr ? scr->w : 0) - size, relx);
   y = bmp_place((scr ? scr->h : 0) - size, rely);
   return stim::prepare();
