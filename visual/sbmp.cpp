@@ -192,6 +192,9 @@ int sbmp::set(const char* attr) {
 
 int sbmp::prepare() {
   if (bmp::prepare() != 0) return -1;
+  // A datei= of the line was loaded as for a picture; the set's picture
+  // takes its place.
+  if (bitmap) destroy_bitmap(bitmap);
   bitmap = sbmp_bitmap(index);
   if (!bitmap) return -1;
   const RGB* p = sbmp_palette();

@@ -118,6 +118,7 @@ int wort::prepare() {
   int w = 0;
   for (const std::string& l : lines) w = std::max(w, alleg_text_length(l.c_str(), kFace));
   const int h = line_h * static_cast<int>(lines.size());
+  if (bitmap) destroy_bitmap(bitmap);  // a datei= of the line, loaded as for a picture
   bitmap = w > 0 && h > 0 ? create_bitmap(w, h) : nullptr;
   if (!bitmap) {
     alleg_error("wort: could not create bitmap");
