@@ -18,6 +18,7 @@
 #include "services/log.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace fuzz {
 
@@ -84,8 +85,8 @@ inline std::string text(const uint8_t* data, size_t size) {
   return std::string(reinterpret_cast<const char*>(data), size).c_str();
 }
 
-// A picture "a.bmp" and a sound "a.wav" in the scratch directory, for the
-// seeds that name real files.
+// A picture "a.bmp", a sound "a.wav" and a film "a.fli" of two frames in
+// the scratch directory, for the seeds that name real files.
 inline void assets() {
   static const bool done = [] {
     start();
@@ -100,9 +101,17 @@ inline void assets() {
                                          16, 0, 0, 0, 1, 0, 1, 0, 0x40, 0x1f, 0, 0, 0x40, 0x1f, 0, 0, 1, 0, 8, 0,
                                          'd', 'a', 't', 'a', 8, 0, 0, 0, 128, 200, 255, 200, 128, 50, 0, 50};
     write("a.wav", kWav, sizeof kWav);
+    write("a.fli", "2 30 0.5 0.5\na.bmp\na.bmp\n");
     return true;
   }();
   (void)done;
 }
 
 }  // namespace fuzz
+
+// The set-up runs before the first input, so that what it keeps for the
+// whole run is not taken for a leak of that input.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  fuzz::assets();
+  return 0;
+}

@@ -8,12 +8,7 @@
 #include "visual/sfli.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool started = [] {
-    fuzz::assets();
-    fuzz::write("a.fli", "2 30 0 0\na.bmp\na.bmp\n");
-    return true;
-  }();
-  (void)started;
+  fuzz::assets();
   if (size == 0) return 0;
   const std::string list = fuzz::write("t.list", data + 1, size - 1);
   switch (data[0] % 3) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace {
 int replay(const std::filesystem::path& p) {
@@ -26,6 +27,7 @@ int replay(const std::filesystem::path& p) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  LLVMFuzzerInitialize(&argc, &argv);
   int files = 0, failed = 0;
   for (int i = 1; i < argc; ++i) {
     const std::filesystem::path p(argv[i]);

@@ -1,6 +1,8 @@
 // One stimulus-file line: the attribute tokeniser and the set() of every
-// stimulus type. The first byte picks the type word, so each type gets its
-// share of the inputs; the rest is the attribute text.
+// stimulus type, then the stimulus prepared for a 640 x 480 memory screen
+// as before a block. The first byte picks the type word, so each type gets
+// its share of the inputs; the rest is the attribute text. The scratch
+// directory holds "a.bmp", "a.wav" and a film "a.fli".
 #include <memory>
 
 #include "driver/ixmod.h"
@@ -17,7 +19,9 @@ const size_t kCount = sizeof kTypes / sizeof kTypes[0];
 
 void start() {
   static const bool done = [] {
-    fuzz::start();
+    fuzz::assets();
+    set_color_depth(16);
+    screen = create_bitmap(640, 480);
     const std::string dict = fuzz::write("en.dict", "Please release the key.\nInterrupted.\n");
     if (stimuli_init(dict.c_str()) != 0) abort();
     stim_default(_ixmod);
@@ -56,6 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (s) {
     s->set(attributes.c_str());
     query(*s);
+    if (s->prepare() == 0) s->cleanup();
   }
   return 0;
 }
