@@ -51,8 +51,13 @@ ssize_t write_log(void* cookie, const char* buf, size_t size) {
   return static_cast<ssize_t>(size);
 }
 
+// Held here as well as in the stream: the C library keeps its cookie in a
+// form the leak checker cannot follow.
+log_file* open_file_ = nullptr;
+
 int close_log(void* cookie) {
   log_file* f = static_cast<log_file*>(cookie);
+  if (f == open_file_) open_file_ = nullptr;
   if (::close(f->fd) != 0 && !f->failed) report_failure(errno);
   delete f;
   return 0;
@@ -63,7 +68,11 @@ FILE* open_log(const char* name) {
   if (fd < 0) return nullptr;
   log_file* f = new log_file{fd, false};
   FILE* stream = fopencookie(f, "w", cookie_io_functions_t{nullptr, write_log, nullptr, close_log});
-  if (!stream) close_log(f);
+  if (stream) {
+    open_file_ = f;
+  } else {
+    close_log(f);
+  }
   return stream;
 }
 
