@@ -59,3 +59,24 @@ TEST(Config, TypedReadersLogTheirDefaults) {
   Args none({"-cfg=" + dir.path("none.cfg")});
   EXPECT_TRUE(config_init() == 0 && log.has("warning: 0: file not found: " + dir.path("none.cfg") + "\n"));
 }
+
+TEST(Config, LongAndNulLinesAreLeftOutAndTheRestApplies) {
+  test_allegro();
+  TempDir dir;
+  // A line of multi-byte characters longer than the library's line buffer,
+  // and lines with a NUL byte or stray bytes.
+  std::string long_line = "comment = ";
+  for (int i = 0; i < 300; ++i) long_line += "\xC3\xA4";
+  const std::string text = "screen-width = 1280\n" + long_line + "\n" + std::string("screen-rate = 7\0 5\n", 18) +
+                           "# Gr\xF6\xDF" "e\n" "screen-height = \xFD\x92\x92\n" "screen-depth = 32";
+  const std::string cfg = dir.write("t.cfg", text);
+  LogCapture log({"-cfg=" + cfg});
+  EXPECT_EQ(config_init(), 0);
+  EXPECT_EQ(std::make_tuple(config_int("screen-width", 1024), config_int("screen-rate", 60),
+                            config_int("screen-height", 768), config_int("screen-depth", 16)),
+            std::make_tuple(1280, 60, 768, 32));
+  EXPECT_TRUE(log.has(cfg + ": line 2 left out: longer than 200 characters or with a NUL byte")) << log.text();
+  EXPECT_TRUE(log.has(cfg + ": line 3 left out")) << log.text();
+  EXPECT_FALSE(log.has(cfg + ": line 4 left out")) << log.text();
+  config_done();
+}

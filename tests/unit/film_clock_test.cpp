@@ -132,6 +132,13 @@ TEST_F(Film, DescriptionFileChecksAndScaling) {
     EXPECT_EQ(fs.bild(1), nullptr);
     EXPECT_TRUE(log.has("flistruct::bild: invalid index 1"));
   }
+  {  // a count far beyond the frame lines fails at the first missing line
+    LogCapture log;
+    flistruct fs;
+    const std::string file = film(2, "2147483647 25 0 0");
+    EXPECT_EQ(fs.prepare(file.c_str()), -1);
+    EXPECT_TRUE(log.has(file + ": Invalid argument")) << log.text();
+  }
   const struct { const char* first; int w, h; } sizes[] = {{"2 25 0.5 0.25", 400, 150}, {"2 25 0 0.5", 40, 30}};
   for (const auto& s : sizes) {
     flistruct fs;
@@ -200,6 +207,27 @@ TEST_F(ClockFace, FramesPerRevolutionAndDialPosition) {
     EXPECT_EQ(k->cleanup(), 0);
     EXPECT_EQ(clock_running(), nullptr);
   }
+}
+
+TEST_F(ClockFace, SizesThatCannotBeDrawnAreRefused) {
+  // 600 lines: radius 4 is the largest face; 1 GB of frames the most memory.
+  const struct { const char* attributes; const char* error; } cases[] = {
+      {"radius=1e300", "clock: dauer, radius: Invalid argument"},
+      {"radius=nan", "clock: dauer, radius: Invalid argument"},
+      {"radius=4.01", "clock: dauer, radius: Invalid argument"},
+      {"dauer=2147483647", "clock: dauer, radius: Cannot allocate memory"},
+      {"radius=4 dauer=1000", "clock: dauer, radius: Cannot allocate memory"},
+  };
+  for (const auto& c : cases) {
+    LogCapture log;
+    auto k = make<cclock>(_clock, c.attributes);
+    EXPECT_EQ(k->prepare(), -1) << c.attributes;
+    EXPECT_TRUE(log.has(c.error)) << c.attributes << "\n" << log.text();
+  }
+  LogCapture log;
+  auto w = make<cwheel>(_wheel, "radius=1e300");
+  EXPECT_EQ(w->prepare(), -1);
+  EXPECT_TRUE(log.has("wheel: radius: Invalid argument")) << log.text();
 }
 
 TEST_F(ClockFace, FaceDotDirectionAndTicks) {

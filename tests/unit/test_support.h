@@ -13,12 +13,18 @@
 #include <string>
 #include <vector>
 
+#include "platform/utf8.h"
 #include "services/argument.h"
 #include "services/log.h"
 
-// Starts the graphics library without a system driver, once per process.
+// Starts the graphics library without a system driver, once per process,
+// with the program's text format.
 inline void test_allegro() {
-  static const int ok = install_allegro(SYSTEM_NONE, &errno, atexit);
+  static const int ok = [] {
+    utf8_install();
+    set_uformat(U_UTF8);
+    return install_allegro(SYSTEM_NONE, &errno, atexit);
+  }();
   ASSERT_EQ(ok, 0);
 }
 
