@@ -43,9 +43,9 @@ printf '%-10s %8s %10s %8s %6s %8s  %s\n' target seconds executions exec/s cov c
 failed=0
 for t in "${targets[@]}"; do
   log=$out/$t.log
-  stat() { sed -n "s/^stat::$1: *//p" "$log" | tail -1; }
-  cov=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -d' ' -f2)
-  corpus=$(grep -o 'corp: [0-9]*' "$log" | tail -1 | cut -d' ' -f2)
+  stat() { sed -n "s/^stat::$1: *//p" "$log" | tail -1 || true; }
+  cov=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -d' ' -f2 || true)
+  corpus=$(grep -o 'corp: [0-9]*' "$log" | tail -1 | cut -d' ' -f2 || true)
   found=$(ls "build-fuzz/findings/$t" 2>/dev/null | tr '\n' ' ')
   rc=$(cat "$out/$t.rc")
   [ "$rc" -eq 0 ] && [ -z "$found" ] || failed=1
