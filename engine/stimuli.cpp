@@ -19,6 +19,7 @@
 #include "platform/display.h"
 #include "platform/font.h"
 #include "platform/priority.h"
+#include "platform/signals.h"
 #include "platform/timer.h"
 #include "screens/info.h"
 #include "services/config.h"
@@ -373,6 +374,10 @@ int stimuli::idle() {
   if (idle_mit_reak(key, time) || idle_ohne_reak(key, time) || idle_nicht_kr(key, time)) return -1;
   long t;
   if (taste_please(t)) return please(t);
+  if (const int sig = signals_stop_once()) {
+    alleg_message("stopped (signal %d)", sig);
+    return please(time);
+  }
   if (const int k = tastatur_key()) {
     const int c = k & 0xff;
     if (c == 's' || c == 'S') {
@@ -392,6 +397,11 @@ int stimuli::stopped() {
   alleg_wait_real(100);
   tastatur_clear();
   for (;;) {
+    if (const int sig = signals_stop()) {
+      alleg_message("exit (signal %d)", sig);
+      alleg_timer_cont();
+      return -1;
+    }
     if (const int k = tastatur_key()) {
       const int c = k & 0xff;
       if (c == 'c' || c == 'C') {

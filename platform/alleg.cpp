@@ -12,6 +12,7 @@
 #include "platform/display.h"
 #include "platform/font.h"
 #include "platform/priority.h"
+#include "platform/signals.h"
 #include "platform/timer.h"
 #include "platform/utf8.h"
 #include "services/config.h"
@@ -58,6 +59,7 @@ int alleg_init(int with_sound) {
     fatal("allegro_init");
     return -1;
   }
+  signals_install();
   alleg_message("Running on Linux %d.%d", os_version, os_revision);
   if (install_keyboard() != 0) {
     fatal("install_keyboard");

@@ -12,6 +12,7 @@
 #include "platform/alleg.h"
 #include "platform/display.h"
 #include "platform/font.h"
+#include "platform/signals.h"
 #include "platform/timer.h"
 #include "services/config.h"
 #include "services/log.h"
@@ -65,6 +66,15 @@ int trigger_init(_trigger_type type, int show) {
 
 _trigger_type trigger_type() { return static_cast<_trigger_type>(type_); }
 
+namespace {
+// A wait for the trigger also ends when the test is asked to stop.
+bool stopped_by_signal() {
+  const int sig = signals_stop();
+  if (sig) alleg_message("stopped (signal %d)", sig);
+  return sig != 0;
+}
+}  // namespace
+
 int trigger_wait(long ms) {
   const long deadline = alleg_get_timer() + ms;
   switch (type_) {
@@ -77,6 +87,7 @@ int trigger_wait(long ms) {
       for (;;) {
         const int k = tastatur_key();
         if ((k & 0xff) == 0x20) break;
+        if (stopped_by_signal()) return -1;
       }
       trigger_info(1);
       return 0;
@@ -90,6 +101,7 @@ int trigger_wait(long ms) {
           return 0;
         }
         if (ms != 0 && alleg_get_timer() > deadline) return timed_out(ms);
+        if (stopped_by_signal()) return -1;
         // Only an untimed wait can be stopped with x.
         if (ms == 0) {
           if (const int k = tastatur_key(); is_x(k)) {
@@ -108,6 +120,7 @@ int trigger_wait(long ms) {
           return 0;
         }
         if (ms != 0 && alleg_get_timer() > deadline) return timed_out(ms);
+        if (stopped_by_signal()) return -1;
         // Only a timed wait for the line can be stopped with x.
         if (ms != 0) {
           if (const int k = tastatur_key(); is_x(k)) {

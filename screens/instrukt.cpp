@@ -6,6 +6,7 @@
 #include "input/tastatur.h"
 #include "platform/alleg.h"
 #include "platform/priority.h"
+#include "platform/signals.h"
 #include "platform/timer.h"
 #include "services/argument.h"
 #include "services/files.h"
@@ -65,10 +66,15 @@ int instrukt::show() {
     alleg_rest(50);
   }
   int key = 0;
-  while (!(key = tastatur_key()) && !tastatur_buttons()) {
+  while (!(key = tastatur_key()) && !tastatur_buttons() && !signals_stop()) {
   }
   alleg_rest(50);
   while (tastatur_buttons()) {
+  }
+  if (const int sig = signals_stop()) {
+    alleg_message("exit (signal %d)", sig);
+    alleg_timer_cont();
+    return -1;
   }
   if ((key & 0xff) == 'x' || (key & 0xff) == 'X') {
     alleg_message("x pressed");

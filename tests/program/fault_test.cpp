@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -164,6 +165,35 @@ TEST_F(FaultInPause, ExitFromThePauseKeepsResultsLogReportAndTiming) {
       shown.push_back(block + "/" + trial);
   }
   EXPECT_EQ(shown, (std::vector<std::string>{"0/1", "1/2"})) << dir.read("timing.tsv");
+}
+
+TEST_F(FaultInPause, ASignalEndsTheTestAsTheExitKeyDoes) {
+  dir.write("t.s", kFirstBlock + kSecondBlock);
+  // A shutdown, a Ctrl-C and a closed terminal, during the second block.
+  for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
+    SCOPED_TRACE(sig);
+    const harness::Started p = harness::start(dir, args());
+    ASSERT_TRUE(x.wait_for_window(640, 480)) << "no window";
+    harness::sleep_until_ms(harness::steady_ns(), 1300);
+    kill(p.pid, sig);
+    const harness::Run r = finish(p);
+    EXPECT_EQ(r.status, 255) << r.err;
+    const std::string n = std::to_string(sig);
+    EXPECT_TRUE(contains(log, "stopped (signal " + n + ")") && contains(log, "exit (signal " + n + ")")) << log;
+    expect_log_well_formed();
+    EXPECT_TRUE(has_first(results) && contains(results, "second")) << results;
+    EXPECT_FALSE(contains(results, "third")) << results;
+  }
+  // On an instruction page, which waits for a key.
+  dir.write("t.s", kFirstBlock + "instr datei=" + std::string(IXMOD_RESOURCES) + "/anwde.bmp\n");
+  const harness::Started p = harness::start(dir, args());
+  ASSERT_TRUE(x.wait_for_window(640, 480)) << "no window";
+  harness::sleep_until_ms(harness::steady_ns(), 1500);
+  kill(p.pid, SIGTERM);
+  const harness::Run r = finish(p);
+  EXPECT_EQ(r.status, 255) << r.err;
+  EXPECT_TRUE(contains(log, "exit (signal 15)")) << log;
+  EXPECT_TRUE(has_first(results)) << results;
 }
 
 TEST_F(Fault, PortFileThatCannotBeOpenedLeavesTheRunWithoutOutputs) {
