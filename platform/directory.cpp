@@ -21,3 +21,8 @@ int directory_ensure(const char* dir) {
   }
   return access(dir, W_OK | X_OK) == 0 ? 0 : -1;
 }
+
+bool file_there(const char* path) {
+  struct stat st;
+  return path && stat(path, &st) == 0 && !S_ISDIR(st.st_mode);
+}

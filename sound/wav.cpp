@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/directory.h"
 #include "platform/timer.h"
 #include "ports/lpt.h"
 #include "services/argument.h"
@@ -63,7 +64,7 @@ void wav_resolve(const char* name, char* path, int size) {
   canonicalize_filename(path, name, size);
   if (strcmp(path, name) == 0) return;
   replace_filename(path, argument_progname(), name, size);
-  if (!exists(path)) {
+  if (!file_there(path)) {
     strncpy(path, name, static_cast<size_t>(size) - 1);
     path[size - 1] = 0;
   }
@@ -141,7 +142,7 @@ int wav::prepare() {
     sample = load_sample(path);
     if (!sample) {
       // The sample loader leaves errno unset for a file that is not there.
-      if (errno == 0) errno = exists(path) ? EIO : ENOENT;
+      if (errno == 0) errno = file_there(path) ? EIO : ENOENT;
       alleg_perror(datei);
       return -1;
     }

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/alleg.h"
+#include "platform/directory.h"
 #include "platform/display.h"
 #include "platform/timer.h"
 #include "services/argument.h"
@@ -87,7 +88,7 @@ void bmp_resolve(char* path, int size, const char* name) {
   canonicalize_filename(canonical, name, sizeof canonical);
   if (strcmp(canonical, name) != 0) {
     replace_filename(path, argument_progname(), name, size);
-    if (exists(path)) return;
+    if (file_there(path)) return;
   }
   snprintf(path, static_cast<size_t>(size), "%s", name);
 }

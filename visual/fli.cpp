@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/directory.h"
 #include "platform/alleg.h"
 #include "platform/display.h"
 #include "platform/timer.h"
@@ -167,7 +168,7 @@ int flistruct::prepare(const char* file) {
     }
     line[strcspn(line, "\r\n")] = '\0';
     std::string name = dir + line;
-    if (dir.empty() || !exists(name.c_str())) name = line;
+    if (dir.empty() || !file_there(name.c_str())) name = line;
     BITMAP* pic = load_bitmap(name.c_str(), palettes_[i]);
     if (!pic) {
       errno = ENOENT;
