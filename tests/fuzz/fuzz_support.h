@@ -3,6 +3,8 @@
 // program reads by file name, and the command line those readers look at.
 #pragma once
 #include <allegro.h>
+#include <dirent.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -50,6 +52,21 @@ inline std::string write(const char* name, const void* data, size_t size) {
   return p;
 }
 inline std::string write(const char* name, const std::string& text) { return write(name, text.data(), text.size()); }
+
+// Closes every descriptor of this process open on path.
+inline void close_descriptors_of(const std::string& path) {
+  DIR* d = opendir("/proc/self/fd");
+  if (!d) return;
+  std::vector<int> fds;
+  while (const dirent* e = readdir(d)) {
+    char target[4096];
+    const std::string link = std::string("/proc/self/fd/") + e->d_name;
+    const ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
+    if (n > 0 && std::string(target, static_cast<size_t>(n)) == path) fds.push_back(atoi(e->d_name));
+  }
+  closedir(d);
+  for (int fd : fds) close(fd);
+}
 
 // Installs the command line: the program path in the scratch directory,
 // then the option words. The strings live until the next call.
