@@ -119,7 +119,7 @@ cclock::~cclock() {
   film = nullptr;
 }
 
-void cclock::new_fade() { fade_ = dauer_ > 0 ? dauer_ / 2 + rand() % dauer_ : 0; }
+void cclock::new_fade() { fade_ = dauer_ > 0 ? static_cast<long>(dauer_ / 2) + rand() % dauer_ : 0; }
 
 int cclock::set(const char* attr) {
   if (!attr) return 0;

@@ -48,7 +48,7 @@ class cclock : public fli {
   double tics_ = 2.5;   // minor tick step in minutes
   double tics2_ = 5.0;  // major, numbered tick step in minutes
   long start_ = 0;      // test time of the first frame shown
-  int fade_ = 500;
+  long fade_ = 500;
 
  private:
   void new_fade();
