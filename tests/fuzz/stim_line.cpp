@@ -5,10 +5,8 @@
 // directory holds "a.bmp", "a.wav" and a film "a.fli".
 #include <memory>
 
-#include "driver/ixmod.h"
 #include "engine/stim.h"
-#include "engine/stimfile.h"
-#include "fuzz_support.h"
+#include "registry.h"
 
 namespace {
 const char* const kTypes[] = {"bmp",   "emf",   "sbmp",  "vbmp",  "semf", "word", "image", "wav",   "swav",
@@ -22,10 +20,7 @@ void start() {
     fuzz::assets();
     set_color_depth(16);
     screen = create_bitmap(640, 480);
-    const std::string dict = fuzz::write("en.dict", "Please release the key.\nInterrupted.\n");
-    if (stimuli_init(dict.c_str()) != 0) abort();
-    stim_default(_ixmod);
-    stim_register("prep", _ixmod_prep);
+    fuzz::registry();
     return true;
   }();
   (void)done;

@@ -1,20 +1,10 @@
 // A whole stimulus file: read into blocks, then every block built as the
 // program builds it before the block runs.
-#include "driver/ixmod.h"
-#include "engine/stimfile.h"
 #include "engine/stimuli.h"
-#include "fuzz_support.h"
+#include "registry.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool started = [] {
-    fuzz::start();
-    const std::string dict = fuzz::write("en.dict", "Please release the key.\nInterrupted.\n");
-    if (stimuli_init(dict.c_str()) != 0) abort();
-    stim_default(_ixmod);
-    stim_register("prep", _ixmod_prep);
-    return true;
-  }();
-  (void)started;
+  fuzz::registry();
   FILE* f = fmemopen(const_cast<uint8_t*>(data), size, "r");
   if (!f) return 0;
   stimfile_read(f, "fuzz.s");

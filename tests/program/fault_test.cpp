@@ -111,6 +111,14 @@ class FaultInPause : public Fault {
     }
     return finish(p);
   }
+  // Starts the program and sends it sig ms after the window appeared.
+  harness::Run signal_after(int sig, long ms) {
+    const harness::Started p = harness::start(dir, args());
+    EXPECT_TRUE(x.wait_for_window(640, 480)) << "no window";
+    harness::sleep_until_ms(harness::steady_ns(), ms);
+    kill(p.pid, sig);
+    return finish(p);
+  }
   harness::X x;
 };
 
@@ -172,11 +180,7 @@ TEST_F(FaultInPause, ASignalEndsTheTestAsTheExitKeyDoes) {
   // A shutdown, a Ctrl-C and a closed terminal, during the second block.
   for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
     SCOPED_TRACE(sig);
-    const harness::Started p = harness::start(dir, args());
-    ASSERT_TRUE(x.wait_for_window(640, 480)) << "no window";
-    harness::sleep_until_ms(harness::steady_ns(), 1300);
-    kill(p.pid, sig);
-    const harness::Run r = finish(p);
+    const harness::Run r = signal_after(sig, 1300);
     EXPECT_EQ(r.status, 255) << r.err;
     const std::string n = std::to_string(sig);
     EXPECT_TRUE(contains(log, "stopped (signal " + n + ")") && contains(log, "exit (signal " + n + ")")) << log;
@@ -186,11 +190,7 @@ TEST_F(FaultInPause, ASignalEndsTheTestAsTheExitKeyDoes) {
   }
   // On an instruction page, which waits for a key.
   dir.write("t.s", kFirstBlock + "instr datei=" + std::string(IXMOD_RESOURCES) + "/anwde.bmp\n");
-  const harness::Started p = harness::start(dir, args());
-  ASSERT_TRUE(x.wait_for_window(640, 480)) << "no window";
-  harness::sleep_until_ms(harness::steady_ns(), 1500);
-  kill(p.pid, SIGTERM);
-  const harness::Run r = finish(p);
+  const harness::Run r = signal_after(SIGTERM, 1500);
   EXPECT_EQ(r.status, 255) << r.err;
   EXPECT_TRUE(contains(log, "exit (signal 15)")) << log;
   EXPECT_TRUE(has_first(results)) << results;
