@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs every fuzz target of build-fuzz for FUZZ_SECONDS (default 60) each,
 # as many at once as there are cores. Each target starts from its seed
-# corpus in tests/fuzz/corpus and keeps what it finds new in
+# corpus in tests/fuzz/corpus (the readers of whole files also from
+# examples/) and keeps what it finds new in
 # build-fuzz/corpus; a crash, leak, hang (10 s) or memory blow-up (2 GB) is
 # saved in build-fuzz/findings/<target>/ and makes the run fail. Prints one
 # row per target: executions, executions per second, coverage, findings.
@@ -19,10 +20,12 @@ for bin in build-fuzz/tests/fuzz/fuzz_*; do targets+=("$(basename "$bin" | sed '
 
 run_one() {
   local t=$1
-  local corpus=build-fuzz/corpus/$t findings=build-fuzz/findings/$t rc=0
+  local corpus=build-fuzz/corpus/$t findings=build-fuzz/findings/$t rc=0 seeds=(tests/fuzz/corpus/$t)
+  # The readers of whole files also start from the example files.
+  case $t in stimfile | config | dict | filelist) seeds+=(examples) ;; esac
   mkdir -p "$corpus" "$findings"
   # The scratch directories of the targets go with the run.
-  TMPDIR="$PWD/$out" timeout $((seconds + 120)) "build-fuzz/tests/fuzz/fuzz_$t" "$corpus" "tests/fuzz/corpus/$t" \
+  TMPDIR="$PWD/$out" timeout $((seconds + 120)) "build-fuzz/tests/fuzz/fuzz_$t" "$corpus" "${seeds[@]}" \
     -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=16384 -print_final_stats=1 \
     -artifact_prefix="$findings/" >"$out/$t.log" 2>&1 || rc=$?
   echo "$rc" >"$out/$t.rc"
