@@ -174,6 +174,7 @@ int stim::wait_trigger(long& t) {
 int stim::with_reaktion() const { return kritisch >= 0 ? 1 : 0; }
 long stim::minreak() const { return stim_minreak(); }
 long stim::maxreak() const { return stim_maxreak(); }
+int stim::onset_us(unsigned long long&) const { return -1; }
 
 void stim::info() const {
   alleg_message("Nummer:   %d", static_cast<int>(nummer));

@@ -49,6 +49,11 @@ class stim {
   virtual long maxreak() const;
   virtual void info() const;
   virtual ~stim();
+  // The onset of the last show() where it becomes known only after the call
+  // returned (a picture's stamp from the display, the moment a sound's first
+  // sample leaves the device): 1 with it in µs of the test clock, 0 while it
+  // is not yet known, -1 when the onset is the call's return plus showtime().
+  virtual int onset_us(unsigned long long& us) const;
 
   uint32_t nummer;
   char* datei;

@@ -53,9 +53,8 @@ int aktionen_sort(const void* pa, const void* pb) {
 }
 
 stimuli::stimuli()
-    : count_(0), stims_(nullptr), kritisch_{nullptr, 0, 0}, fang_{nullptr, 0, 0}, nicht_kr_{nullptr, 0, 0},
-      last_reacted_(nullptr), last_reaction_time_(0), aktionen_(nullptr), n_aktionen_(0),
-      antizipationen_(nullptr) {}
+    : count_(0), stims_(nullptr), kritisch_{}, fang_{}, nicht_kr_{}, last_reacted_(nullptr), last_reaction_time_(0),
+      aktionen_(nullptr), n_aktionen_(0), antizipationen_(nullptr), held_{}, n_held_(0) {}
 
 stimuli::stimuli(int n, int& err) : stimuli() { err = _stimuli(n); }
 stimuli::stimuli(int n, char** lines, int& err) : stimuli() { err = _stimuli(n, lines); }
@@ -176,7 +175,8 @@ void stimuli::info() const {
 }
 
 void stimuli::clear_tracking() {
-  kritisch_ = fang_ = nicht_kr_ = slot{nullptr, 0, 0};
+  kritisch_ = fang_ = nicht_kr_ = slot{};
+  n_held_ = 0;
   last_reacted_ = nullptr;
   last_reaction_time_ = 0;
   if (antizipationen_)
@@ -246,7 +246,7 @@ int stimuli::run(long start) {
     while (alleg_get_timer() < due) {
     }
     timing_record tr{block_no, s->nummer, &typeid(*s), a.type, static_cast<uint64_t>(due) * 1000u,
-                     alleg_get_utimer(), 0, alleg_system_us(), 0};
+                     alleg_get_utimer(), 0, alleg_system_us(), 0, 0};
     switch (a.type) {
       case aktion::SHOW: {
         late = alleg_get_timer() - due;
@@ -258,11 +258,20 @@ int stimuli::run(long start) {
         if (s->show() != 0) return -1;
         tr.done_us = alleg_get_utimer();
         tr.voice_us = wav_voice_started();
-        const long onset = alleg_get_timer() + s->showtime();
-        if (s->kritisch > 0) kritisch_ = {s, onset, a.index};
-        else if (s->kritisch == 0) fang_ = {s, onset, a.index};
-        else nicht_kr_ = {s, onset, a.index};
-        break;
+        slot& sl = s->kritisch > 0 ? kritisch_ : s->kritisch == 0 ? fang_ : nicht_kr_;
+        // Presses still held belong to the stimuli shown before.
+        if (sl.pending || n_held_ > 0) {
+          for (slot* p : {&kritisch_, &fang_, &nicht_kr_}) settle(*p, true);
+          if (offer_held() != 0) return -1;
+        }
+        sl = slot{s, alleg_get_timer() + s->showtime(), a.index, -1, false};
+        unsigned long long onset_us = 0;
+        const int told = s->onset_us(onset_us);
+        if (told == 1) sl.onset = static_cast<long>(onset_us / 1000);
+        sl.pending = told == 0;
+        tr.onset_us = sl.pending ? 0 : told == 1 ? onset_us : static_cast<uint64_t>(sl.onset) * 1000u;
+        sl.record = timing_add(tr);
+        continue;
       }
       case aktion::PRESHOW:
         r = s->preshow();
@@ -280,6 +289,10 @@ int stimuli::run(long start) {
   for (slot* sl : {&kritisch_, &fang_}) {
     while (r == 0 && sl->s && sl->s->reaktion == 0 && alleg_get_timer() < sl->onset + sl->s->maxreak())
       r = idle();
+  }
+  if (r == 0 && n_held_ > 0) {
+    for (slot* sl : {&kritisch_, &fang_, &nicht_kr_}) settle(*sl, true);
+    r = offer_held();
   }
 
   for (int i = 0; i < count_; ++i) {
@@ -329,12 +342,51 @@ int stimuli::run(long start) {
   return r;
 }
 
+void stimuli::settle(slot& sl, bool force) {
+  if (!sl.s || !sl.pending) return;
+  unsigned long long us = 0;
+  if (sl.s->onset_us(us) == 1) {
+    sl.onset = static_cast<long>(us / 1000);
+  } else if (force) {
+    alleg_warning("trial %d: onset not told by the display or sound, taken from the call",
+                  static_cast<int>(sl.s->nummer));
+    us = static_cast<unsigned long long>(sl.onset) * 1000u;
+  } else {
+    return;
+  }
+  sl.pending = false;
+  timing_onset(sl.record, us);
+}
+
+int stimuli::offer_held() {
+  while (n_held_ > 0) {
+    int key = held_[0].key;
+    const long time = held_[0].time;
+    for (int i = 1; i < n_held_; ++i) held_[i - 1] = held_[i];
+    --n_held_;
+    if (idle_mit_reak(key, time) || idle_ohne_reak(key, time) || idle_nicht_kr(key, time)) return -1;
+  }
+  return 0;
+}
+
+bool stimuli::settle_all(long now) {
+  bool pending = false;
+  for (slot* sl : {&kritisch_, &fang_, &nicht_kr_}) {
+    settle(*sl, false);
+    // Two frames late at the most; an onset not told by then never will be.
+    if (sl->pending && now > sl->onset + 250) settle(*sl, true);
+    pending = pending || sl->pending;
+  }
+  return pending;
+}
+
 int stimuli::offer(slot& sl, int& key, long time) {
   if (!sl.s) return 0;
   stim* s = sl.s;
+  if (sl.pending) return s->idle();
   const long rt = time - sl.onset;
   if (rt > s->maxreak()) {
-    sl = slot{nullptr, 0, 0};
+    sl = slot{};
     return 0;
   }
   if (key == 0) return s->idle();
@@ -371,6 +423,13 @@ int stimuli::idle() {
   int key = 0;
   long time = 0;
   if (taste_buffered(key, time) != 0) return -1;
+  // A press is compared with the onsets once they are all known, in the
+  // order the presses came.
+  if (settle_all(alleg_get_timer()) || n_held_ > 0) {
+    if (key != 0 && n_held_ < kHeld) held_[n_held_++] = press{key, time};
+    key = 0;
+    if (!settle_all(alleg_get_timer()) && offer_held() != 0) return -1;
+  }
   if (idle_mit_reak(key, time) || idle_ohne_reak(key, time) || idle_nicht_kr(key, time)) return -1;
   long t;
   if (taste_please(t)) return please(t);

@@ -73,15 +73,33 @@ class stimuli {
 
  protected:
   // A tracked trial: the last shown stimulus of its kind, its onset and its
-  // index in the block.
+  // index in the block. Where the display or the sound stream tells the
+  // onset only after show() returned, it is pending until then: onset holds
+  // the call's own estimate, and presses wait in the block's queue.
   struct slot {
     stim* s;
     long onset;
     int index;
+    int record;  // its show in the timing trace, -1 for none
+    bool pending;
   };
   int offer(slot& sl, int& key, long time);
   void clear_tracking();
   int build_schedule(long start);
+  // Takes a pending onset once known; force takes the estimate instead.
+  void settle(slot& sl, bool force);
+  // Settles what it can and says whether any slot is still pending.
+  bool settle_all(long now);
+  // Offers the held presses in their order; -1 when a stimulus failed.
+  int offer_held();
+  // A press that came while an onset was pending, offered once it is known.
+  struct press {
+    int key;
+    long time;
+  };
+  static const int kHeld = 16;
+  press held_[kHeld];
+  int n_held_;
 
   int count_;
   stim** stims_;

@@ -37,26 +37,33 @@ void timing_reserve(int n) {
   if (timing_on()) records_.reserve(records_.size() + static_cast<size_t>(n));
 }
 
-void timing_add(const timing_record& r) {
+int timing_add(const timing_record& r) {
   // Never grows during a block: room was made before it.
-  if (timing_on() && records_.size() < records_.capacity()) records_.push_back(r);
+  if (!timing_on() || records_.size() >= records_.capacity()) return -1;
+  records_.push_back(r);
+  return static_cast<int>(records_.size()) - 1;
+}
+
+void timing_onset(int i, uint64_t onset_us) {
+  if (i >= 0 && static_cast<size_t>(i) < records_.size()) records_[static_cast<size_t>(i)].onset_us = onset_us;
 }
 
 void timing_write() {
   if (!file_) return;
   if (!header_) {
-    fputs("block\ttrial\ttype\taction\tdue_us\tactual_us\tlate_us\tdone_us\tretrace\tsystem_us\tvoice_us\n", file_);
+    fputs("block\ttrial\ttype\taction\tdue_us\tactual_us\tlate_us\tdone_us\tretrace\tsystem_us\tvoice_us\tonset_us\n", file_);
     header_ = true;
   }
   for (const timing_record& r : records_) {
     int status = 0;
     char* type = abi::__cxa_demangle(r.type ? r.type->name() : "", nullptr, nullptr, &status);
-    fprintf(file_, "%d\t%u\t%s\t%s\t%llu\t%llu\t%lld\t%llu\t%s\t%llu\t%llu\n", r.block, r.nummer,
+    fprintf(file_, "%d\t%u\t%s\t%s\t%llu\t%llu\t%lld\t%llu\t%s\t%llu\t%llu\t%llu\n", r.block, r.nummer,
             status == 0 && type ? type : "?", action_name(r.action), static_cast<unsigned long long>(r.due_us),
             static_cast<unsigned long long>(r.actual_us),
             static_cast<long long>(r.actual_us) - static_cast<long long>(r.due_us),
             static_cast<unsigned long long>(r.done_us),
-            *display_vsync_source() ? display_vsync_source() : "none", static_cast<unsigned long long>(r.system_us), static_cast<unsigned long long>(r.voice_us));
+            *display_vsync_source() ? display_vsync_source() : "none", static_cast<unsigned long long>(r.system_us), static_cast<unsigned long long>(r.voice_us),
+            static_cast<unsigned long long>(r.onset_us));
     free(type);
   }
   fflush(file_);

@@ -20,6 +20,8 @@ struct timing_record {
                             // the test clock to traces of other clocks
   uint64_t voice_us;        // for a sound's show: when its voice was started
                             // (test clock); 0 for anything else
+  uint64_t onset_us;        // for a show: the onset its reaction times count
+                            // from (test clock), filled in once known
 };
 
 // Opens the file named by option "timing" when given; 0 also without one.
@@ -27,7 +29,10 @@ int timing_init();
 bool timing_on();
 // Makes room for n more records; called before a block runs.
 void timing_reserve(int n);
-void timing_add(const timing_record& r);
+// Adds a record; its index for timing_onset(), -1 when it was not kept.
+int timing_add(const timing_record& r);
+// Fills in the onset of record i once the display or sound stream told it.
+void timing_onset(int i, uint64_t onset_us);
 // Writes the records gathered so far (tab-separated, one line each) and
 // forgets them.
 void timing_write();

@@ -153,6 +153,15 @@ unsigned long long alleg_system_us() {
   return static_cast<unsigned long long>(ts.tv_sec) * 1000000ull + static_cast<unsigned long long>(ts.tv_nsec) / 1000;
 }
 
+unsigned long long alleg_utimer_at(unsigned long long system_us) {
+  const unsigned long long before = alleg_system_us();
+  const unsigned long long test = alleg_get_utimer();
+  const unsigned long long after = alleg_system_us();
+  const long long distance = static_cast<long long>(test) - static_cast<long long>(before + (after - before) / 2);
+  const long long at = static_cast<long long>(system_us) + distance;
+  return at > 0 ? static_cast<unsigned long long>(at) : 0;
+}
+
 unsigned long long alleg_get_utimer() {
   if (!running_.load(std::memory_order_acquire) && stamp_.load(std::memory_order_relaxed)) return frozen_us_;
   int32_t ticks;

@@ -27,6 +27,11 @@ long alleg_get_timer();
 // CLOCK_MONOTONIC in microseconds: the system's clock, for records that
 // other processes compare with (port traces).
 unsigned long long alleg_system_us();
+// The test clock's reading (µs) at a moment given in CLOCK_MONOTONIC µs
+// (a display's or a sound device's time stamp), by the distance between the
+// two clocks now. The test clock keeps CLOCK_MONOTONIC's pace while it
+// runs, so the moment may lie a while before or after now.
+unsigned long long alleg_utimer_at(unsigned long long system_us);
 unsigned long long alleg_get_utimer();
 void alleg_timer_stop();
 void alleg_timer_cont();

@@ -10,6 +10,7 @@
 #include "engine/stim.h"
 #include "engine/stimfile.h"
 #include "engine/stimuli.h"
+#include "engine/timing.h"
 #include "fake_clock.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
@@ -168,4 +169,77 @@ INSTANTIATE_TEST_SUITE_P(Blocks, RunLoop, ::testing::Values(
     Case{nullptr, {{100, 1}, {800, 1}, {900, 0}}, {{300, 1}}, {}, 500, 0, -1, "1/1/1/200 2/-1/0/0 3/-1/0/0 | 0 0 0",
          {}, -1}));
 
+}  // namespace
+
+namespace {
+// A trial whose onset the display tells 20 ms after show() returned: the
+// picture reached the screen 16 ms after the call.
+struct late_probe : probe {
+  late_probe(const char* line, int& err) : probe(line, err) {}
+  long shown_at = -1;
+  int show() override {
+    shown_at = alleg_get_timer();
+    return probe::show();
+  }
+  int onset_us(unsigned long long& us) const override {
+    if (shown_at < 0 || alleg_get_timer() < shown_at + 20) return 0;
+    us = static_cast<unsigned long long>(shown_at + 16) * 1000u + 400u;
+    return 1;
+  }
+};
+
+class LateOnset : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    test_allegro();
+    fake_clock::start();
+    calls.clear();
+    taste_reset();
+    taste_fake(read_key);
+    tastatur_fake(&kDevice);
+    info_reset();
+    stim_registry_clear();
+    stim_register("late", stim_make<late_probe>);
+    timing_keep(true);
+  }
+  void TearDown() override {
+    timing_clear();
+    timing_keep(false);
+    taste_reset();
+    tastatur_fake(nullptr);
+    stim_registry_clear();
+    fake_clock::stop();
+  }
+};
+
+// Reaction times count from the onset told, not from the call; a press made
+// before it was told waits for it and is an anticipation; the trace gets it.
+TEST_F(LateOnset, PressesCountFromTheOnsetTold) {
+  char l1[] = "late nummer=1 t0=100 t1=50 kritisch=1";
+  char l2[] = "late nummer=2 t0=1000 t1=50 kritisch=1";
+  char* lines[] = {l1, l2};
+  int err = 0;
+  stimuli block(2, lines, err);
+  ASSERT_EQ(err, 0);
+  presses = {{105, 1}, {420, 1}, {1005, 2}, {1216, 3}};
+  commands = {};
+  fail_reads_from_ms = -1;
+  fake_clock::read();
+  ASSERT_EQ(block.run(0), 0);
+  const stim* a = block.stimulus(0);
+  const stim* b = block.stimulus(1);
+  EXPECT_EQ(a->reaktion, 1);
+  EXPECT_EQ(a->reakzeit, 420 - 116);
+  EXPECT_EQ(block.antizipationen(0), 1);
+  EXPECT_EQ(b->reaktion, 3);
+  EXPECT_EQ(b->reakzeit, 200);
+  int shows = 0;
+  for (int i = 0; i < timing_count(); ++i) {
+    const timing_record& r = timing_records()[i];
+    if (r.action != 2) continue;
+    EXPECT_EQ(r.onset_us, (r.nummer == 1 ? 116000u : 1016000u) + 400u);
+    ++shows;
+  }
+  EXPECT_EQ(shows, 2);
+}
 }  // namespace
