@@ -92,14 +92,6 @@ class stimuli {
   bool settle_all(long now);
   // Offers the held presses in their order; -1 when a stimulus failed.
   int offer_held();
-  // A press that came while an onset was pending, offered once it is known.
-  struct press {
-    int key;
-    long time;
-  };
-  static const int kHeld = 16;
-  press held_[kHeld];
-  int n_held_;
 
   int count_;
   stim** stims_;
@@ -111,6 +103,14 @@ class stimuli {
   aktion* aktionen_;
   int n_aktionen_;
   int* antizipationen_;  // per stimulus, sized with the block
+  // A press that came while an onset was pending, offered once it is known.
+  struct press {
+    int key;
+    long time;
+  };
+  static const int kHeld = 16;
+  press held_[kHeld];
+  int n_held_;
 };
 
 int stimuli_zufall_init();
