@@ -88,3 +88,30 @@ TEST_F(Clock, LateWakeUpCountsEveryDueTickStampedAtItsDueTime) {
   }
   EXPECT_EQ(std::make_pair(alleg_get_timer(), alleg_get_utimer()), std::make_pair(10004L, 10004300ull));
 }
+
+// The pause dialogue and a display switch each stop the clock; it runs again
+// only when both have continued it, from the reading at the first stop.
+// Continuing a running clock keeps its part of a millisecond.
+TEST_F(Clock, StopsNestAndContinuingARunningClockKeepsItsReading) {
+  alleg_timer_frequency(1000000000);
+  alleg_timer_start();
+  ticks(4);
+  now_ns += 600000;
+  enum Op { STOP, CONT } ;
+  // op, then ms passing; cont's result; reading in µs afterwards.
+  const struct { Op op; int ms; int left; unsigned long long us; } kSteps[] = {
+      {CONT, 0, 0, 4600},    // running: nothing changes
+      {STOP, 100, 0, 4600},  // the dialogue
+      {STOP, 50, 0, 4600},   // switched away
+      {CONT, 30, 1, 4600},   // switched back: still the dialogue's
+      {CONT, 2, 0, 6600},    // "c"
+      {CONT, 0, 0, 6600},    // one too many: nothing
+  };
+  for (const auto& s : kSteps) {
+    int left = 0;
+    if (s.op == STOP) alleg_timer_stop();
+    else left = alleg_timer_cont();
+    now_ns += static_cast<uint64_t>(s.ms) * kMs;
+    EXPECT_EQ(std::make_pair(left, alleg_get_utimer()), std::make_pair(s.left, s.us)) << &s - kSteps;
+  }
+}
