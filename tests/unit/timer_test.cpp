@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <utility>
 
+#include "platform/priority.h"
 #include "platform/timer.h"
+#include "test_support.h"
 
 namespace {
 // A nanosecond counter moved by hand, or by step on every read.
@@ -114,4 +116,26 @@ TEST_F(Clock, StopsNestAndContinuingARunningClockKeepsItsReading) {
     now_ns += static_cast<uint64_t>(s.ms) * kMs;
     EXPECT_EQ(std::make_pair(left, alleg_get_utimer()), std::make_pair(s.left, s.us)) << &s - kSteps;
   }
+}
+
+// Switched away, the priority goes down only as far as the process can bring
+// it back: an ordinary user (no nice limit) keeps its nice value under
+// SCHED_BATCH; real-time needs its limits to return at all.
+TEST(Priority, SwitchedAwayGoesDownOnlyAsFarAsItCanComeBack) {
+  test_allegro();
+  const struct { unsigned cls; unsigned long long nice, rtprio; bool cap; prio_lowering want; } kCases[] = {
+      {NORMAL_PRIORITY_CLASS, 0, 0, false, LOWER_BATCH},  {NORMAL_PRIORITY_CLASS, 20, 0, false, LOWER_IDLE},
+      {HIGH_PRIORITY_CLASS, 20, 0, false, LOWER_BATCH},   {HIGH_PRIORITY_CLASS, 30, 0, false, LOWER_IDLE},
+      {IDLE_PRIORITY_CLASS, 0, 0, false, LOWER_IDLE},     {NORMAL_PRIORITY_CLASS, 0, 0, true, LOWER_IDLE},
+      {REALTIME_PRIORITY_CLASS, 20, 99, false, LOWER_IDLE}, {REALTIME_PRIORITY_CLASS, 40, 0, false, LOWER_NONE},
+      {REALTIME_PRIORITY_CLASS, 0, 99, false, LOWER_NONE}};
+  for (const auto& c : kCases)
+    EXPECT_EQ(alleg_lowering(c.cls, c.nice, c.rtprio, c.cap), c.want) << c.cls << " " << c.nice << " " << c.rtprio;
+  // Down and back up again in this process, whoever runs it.
+  LogCapture log;
+  const unsigned before = alleg_get_prio();
+  alleg_low();
+  alleg_prio(before);
+  EXPECT_EQ(alleg_get_prio(), before);
+  EXPECT_FALSE(log.has("failed with error")) << log.text();
 }
