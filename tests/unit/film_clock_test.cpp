@@ -302,6 +302,27 @@ TEST_F(ClockFace, AnswerRecordedOnceAndSynchronisedStimuliRecordPosition) {
   led_reset_state(), stift_reset();
 }
 
+// The clock tells the time for one revolution: after it the film has ended
+// (repeat 0) or stands on its first frame, and a scheduled hide ends it too.
+TEST_F(ClockFace, RunningOnlyWhileTheDotGoesRound) {
+  const struct { const char* attrs; long after_ms; bool shown; } cases[] = {
+      {"repeat=0", 1200, false}, {"repeat=-1", 1200, true}, {"repeat=2", 1200, true}, {"repeat=-1", -1, false}};
+  for (const auto& c : cases) {
+    auto k = make<cclock>(_clock, std::string("dauer=1000 t1=3000 ") + c.attrs);
+    ASSERT_EQ(k->prepare(), 0);
+    ASSERT_EQ(k->show(), 0);
+    reshow_at(*k, 500);
+    EXPECT_EQ(clock_running(), k.get()) << c.attrs;
+    if (c.after_ms < 0) k->hide();
+    else reshow_at(*k, c.after_ms);
+    EXPECT_EQ(std::make_pair(clock_running(), static_cast<bool>(k->shown)), std::make_pair<cclock*>(nullptr, c.shown))
+        << c.attrs << " " << c.after_ms;
+    if (k->shown) reshow_at(*k, c.after_ms + 100);
+    EXPECT_EQ(clock_running(), nullptr) << c.attrs;
+    k->cleanup();
+  }
+}
+
 // ---- wheel ----
 
 namespace {
