@@ -9,6 +9,7 @@
 #include "engine/stimuli.h"
 #include "engine/timing.h"
 #include "platform/alleg.h"
+#include "platform/directory.h"
 #include "platform/display.h"
 #include "services/argument.h"
 #include "services/config.h"
@@ -119,6 +120,13 @@ void start_outputs() {
 }  // namespace
 
 int ixmod_main(int argc, char** argv) {
+  // Default file names and the files beside the program go by its real
+  // path: started through PATH, argv[0] is only its name.
+  static char self[4096];
+  if (argc > 0) {
+    program_path(self, sizeof self, argv[0]);
+    argv[0] = self;
+  }
   if (argument_init(argc, const_cast<const char**>(argv)) != 0) return -1;
   if (files_init() != 0) return -1;
   if (alleg_init(1) != 0) return -1;

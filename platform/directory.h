@@ -1,4 +1,5 @@
-// Directories the program writes into, and whether a file is there.
+// Directories the program writes into, whether a file is there, and where
+// the program itself is.
 #pragma once
 
 // Whether path names something that is not a directory. The graphics
@@ -10,3 +11,9 @@ bool file_there(const char* path);
 // already, then checks that files can be made in it. 0, or -1 with errno set
 // (ENOTDIR when dir names something else).
 int directory_ensure(const char* dir);
+
+// The program's own file as the system started it (/proc/self/exe), into
+// buf: its default files and the files beside it are found from there,
+// also when it was started through PATH by its bare name. argv0 when the
+// system does not say.
+void program_path(char* buf, int size, const char* argv0);
