@@ -23,6 +23,18 @@ int directory_ensure(const char* dir) {
   return access(dir, W_OK | X_OK) == 0 ? 0 : -1;
 }
 
+FILE* file_open(const char* path, const char* mode) {
+  FILE* f = path ? fopen(path, mode) : nullptr;
+  if (!f) return nullptr;
+  struct stat st;
+  if (fstat(fileno(f), &st) == 0 && S_ISDIR(st.st_mode)) {
+    fclose(f);
+    errno = EISDIR;
+    return nullptr;
+  }
+  return f;
+}
+
 bool file_there(const char* path) {
   struct stat st;
   return path && stat(path, &st) == 0 && !S_ISDIR(st.st_mode);

@@ -1,6 +1,11 @@
 // Directories the program writes into, whether a file is there, and where
 // the program itself is.
 #pragma once
+#include <cstdio>
+
+// fopen for reading a file: a directory, which fopen opens on Linux and
+// which then reads as an error, is refused with errno EISDIR.
+FILE* file_open(const char* path, const char* mode);
 
 // Whether path names something that is not a directory. The graphics
 // library's exists() matches the name as a wildcard pattern, which takes

@@ -102,7 +102,7 @@ int flistruct::prepare(int n, int freq, BITMAP** frames, RGB (*palettes)[PAL_SIZ
 int flistruct::prepare(const char* file) {
   clear();
   if (!file) file = "";
-  FILE* f = fopen(file, "rt");
+  FILE* f = file_open(file, "rt");
   if (!f) {
     alleg_perror(file);
     return -1;
