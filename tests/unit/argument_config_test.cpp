@@ -4,6 +4,7 @@
 
 #include "services/argument.h"
 #include "services/config.h"
+#include "services/results.h"
 #include "tests/unit/test_support.h"
 
 TEST(Argument, LookupValuesAndProgname) {
@@ -29,6 +30,22 @@ TEST(Argument, LookupValuesAndProgname) {
   Args b({"/opt/v1.2/ixmod"});
   argument_progname(buf, 11, "cfg");
   EXPECT_STREQ(buf, "/opt/v1.2/");
+}
+
+// "Results" is logged when the file is closed, unless the flag "-r" itself is
+// given; options that merely begin with "r" are not the flag.
+TEST(Argument, TheFlagRIsTheWordItself) {
+  TempDir dir;
+  const std::string res = "-res=" + dir.path("r.txt");
+  const struct { std::vector<std::string> args; bool logged; } kCases[] = {
+      {{res}, true}, {{res, "-report=" + dir.path("p.txt")}, true}, {{res, "-r"}, false}, {{"-r", res}, false}};
+  for (const auto& c : kCases) {
+    LogCapture log(c.args);
+    ASSERT_EQ(results_init(), 0);
+    result("1 x 1 300\n");
+    resclose();
+    EXPECT_EQ(log.has(": Results: "), c.logged) << c.args.size() << " " << c.args.back();
+  }
 }
 
 TEST(Config, TypedReadersLogTheirDefaults) {
