@@ -157,6 +157,7 @@ int ixmod_main(int argc, char** argv) {
   if (trigger_type() == TRIGGER_ACK && vok_init(2, 0) != 0) return -1;
   start_outputs();
   if (start_trigger_output() != 0) return -1;
+  trigger_shares_port(trig_out_lpt());
   if (stimuli_init(argument_get("dict")) != 0) return -1;
 
   timing_init();

@@ -138,6 +138,15 @@ int trigger_wait(long ms) {
   }
 }
 
+int trigger_shares_port(int output_lpt) {
+  const int box = static_cast<int>(vok_port());
+  if (type_ != TRIGGER_ACK || output_lpt < 0 || box != output_lpt) return 0;
+  alleg_warning("trigger-input ack: the response box on LPT%d is polled with its data lines high, so the trigger "
+                "output on that port shows 255 while a block waits for the line",
+                box + 1);
+  return 1;
+}
+
 void trigger_info(int state) {
   if (!show_ || state < 0 || state > 2) return;
   static const char* const kText[] = {"waiting for a trigger", "waiting for a trigger - got it",

@@ -115,6 +115,20 @@ TEST_F(Trigger, WaitsEndWithTheTriggerTheTimeOrX) {
   }
 }
 
+// The box on LPT1 is polled for the acknowledge line with its data lines
+// high: a warning when the trigger output is on LPT1 too.
+TEST_F(Trigger, AckInputOnTheTriggerOutputsPortIsWarnedAbout) {
+  const struct { _trigger_type type; int output_lpt, warned; } kCases[] = {
+      {TRIGGER_ACK, 0, 1}, {TRIGGER_ACK, 1, 0}, {TRIGGER_ACK, -1, 0}, {TRIGGER_KEY2, 0, 0}};
+  for (const auto& c : kCases) {
+    trigger_init(c.type, 0);
+    const size_t at = log.text().size();
+    EXPECT_EQ(trigger_shares_port(c.output_lpt), c.warned) << c.type << " " << c.output_lpt;
+    EXPECT_EQ(log.text().find("warning: 0: trigger-input ack: the response box on LPT1", at) != std::string::npos,
+              c.warned == 1);
+  }
+}
+
 TEST_F(Trigger, UntimedAckWaitEndsOnlyWithTheLineOrAReadError) {
   trigger_init(TRIGGER_ACK, 0);
   keys = {'x', 'X'};
