@@ -107,6 +107,20 @@ TEST_F(Engine, EveryTypeWordBuildsItsClass) {
   stimuli_done();
 }
 
+// The locale goes before the extension of the file's own name; a dot in a
+// folder name is not an extension.
+TEST_F(Engine, InstructionPageNamesTakeTheLocale) {
+  const struct { const char* locale; const char* name; const char* localised; } kNames[] = {
+      {"de", "anw.bmp", "anwde.bmp"},           {"de", "v1.2/anw.pcx", "v1.2/anwde.pcx"},
+      {"de", "v1.2/anw", "v1.2/anwde."},        {nullptr, "v1.2/anw.bmp", "v1.2/anw.bmp"}};
+  for (const auto& n : kNames) {
+    instrukt_init(n.locale);
+    const instrukt page(n.name);
+    EXPECT_STREQ(page.datei, n.localised) << n.name;
+  }
+  instrukt_init(nullptr);
+}
+
 TEST_F(Engine, StimulusFileSeparatorsAndPieces) {
   using V = std::vector<int>;
   ASSERT_EQ(load_stimfile("null t0=1\nnull t0=2\n\nnull t0=3\n---\nnull t0=4\nnull t0=5"), (V{2, 1, 2}));
