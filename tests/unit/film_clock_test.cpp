@@ -114,7 +114,7 @@ TEST_F(Film, DescriptionFileChecksAndScaling) {
   const struct { const char* first; const char* message; } bad[] = {
       {"", "film.txt"},          {"0 25 0 0", "film.txt: anzahl==0?"}, {"2 0 0 0", "film.txt: freq==0?"},
       {"2 25", "film.txt: x<0"}, {"2 25 0 -1", "film.txt: y<0"},       {"2 25 2 0", "film.txt: x>1"},
-      {"2 25 0 1.5", "film.txt: y>1"}};
+      {"2 25 0 1.5", "film.txt: y>1"}, {"2 -25 0 0", "film.txt: freq<0?"}};
   for (const auto& b : bad) {
     LogCapture log;
     flistruct fs;
@@ -178,6 +178,15 @@ TEST_F(Film, PreloadedFilmsAreBorrowed) {
   ASSERT_EQ(s->show(), 0);
   EXPECT_EQ(s->cleanup(), 0);
   ASSERT_EQ(s->prepare(), 0);  // the set's film survived the clean-up
+  EXPECT_EQ(s->film->anzahl(), 3);
+  // A file name on the line changes nothing: the set's film is played and
+  // survives the clean-up and the stimulus.
+  auto named = make<sfli>(_sfli, "index=0 datei=" + film(5, "5 25 0 0"));
+  ASSERT_EQ(named->prepare(), 0);
+  EXPECT_EQ(named->film->anzahl(), 3);
+  EXPECT_EQ(named->cleanup(), 0);
+  named.reset();
+  ASSERT_EQ(s->prepare(), 0);
   EXPECT_EQ(s->film->anzahl(), 3);
 }
 
