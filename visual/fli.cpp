@@ -172,7 +172,7 @@ int flistruct::prepare(const char* file) {
     line[strcspn(line, "\r\n")] = '\0';
     std::string name = dir + line;
     if (dir.empty() || !file_there(name.c_str())) name = line;
-    BITMAP* pic = load_bitmap(name.c_str(), palettes_[i]);
+    BITMAP* pic = bmp_load(name.c_str(), palettes_[i]);
     if (!pic) {
       errno = ENOENT;
       alleg_perror(name.c_str());

@@ -106,7 +106,7 @@ int sbmp_init(int n, char** names) {
     alleg_warning(name, "not found in ressource");
     char path[300];
     bmp_resolve(path, sizeof path, name);
-    bitmaps_[i] = load_bitmap(path, palette_);
+    bitmaps_[i] = bmp_load(path, palette_);
     if (!bitmaps_[i]) {
       errno = ENOENT;
       alleg_perror(path);

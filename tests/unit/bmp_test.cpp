@@ -14,6 +14,7 @@
 #include "platform/display.h"
 #include "services/config.h"
 #include "test_support.h"
+#include "visual/fli.h"
 #include "visual/sbmp.h"
 #include "visual/vbmp.h"
 
@@ -90,6 +91,25 @@ TEST_F(Picture, PlacementOnsetErasingAndMissingPictures) {
   EXPECT_EQ(std::make_tuple(px(0, 0), px(639, 479)), std::make_tuple(red, red));
   EXPECT_EQ(open.cleanup(), 0);
   EXPECT_EQ(std::make_tuple(px(0, 0), px(2, 2), px(3, 3), open.bitmap), std::make_tuple(0, 0, red, nullptr));
+}
+
+// A BMP that ends before its last row is refused wherever a picture is
+// loaded: a picture stimulus, the preloaded sets' files, a film's frames.
+TEST_F(Picture, ABmpShorterThanItsHeaderSaysIsRefusedByEveryLoader) {
+  const std::string whole = picture("whole.bmp", 40, 30, red, blue);
+  const std::string bytes = read_text(whole);
+  const std::string cut = dir.write("cut.bmp", bytes.substr(0, bytes.size() - 600));
+  LogCapture log;
+  for (const std::string& name : {whole, cut}) {
+    const int want = name == whole ? 0 : -1;
+    char* names[] = {const_cast<char*>(name.c_str())};
+    flistruct film;
+    const std::string description = dir.write("film.txt", "1 25 0 0\n" + name + "\n");
+    EXPECT_EQ(std::make_tuple(bmp(0, name.c_str(), nullptr, 0, -1, 0, 0, 0.5, 0.5).prepare(), sbmp_init(1, names),
+                              vbmp_init(1, names), film.prepare(description.c_str())),
+              std::make_tuple(want, want, want, want))
+        << name;
+  }
 }
 
 TEST_F(Picture, PreloadedSetMaskedOnsetAndTheListFile) {
