@@ -93,23 +93,16 @@ TEST_F(Picture, PlacementOnsetErasingAndMissingPictures) {
   EXPECT_EQ(std::make_tuple(px(0, 0), px(2, 2), px(3, 3), open.bitmap), std::make_tuple(0, 0, red, nullptr));
 }
 
-// A BMP that ends before its last row is refused wherever a picture is
-// loaded: a picture stimulus, the preloaded sets' files, a film's frames.
+// A BMP that ends before its last row is refused by every loader: picture
+// stimulus, the preloaded sets' files, film frames.
 TEST_F(Picture, ABmpShorterThanItsHeaderSaysIsRefusedByEveryLoader) {
-  const std::string whole = picture("whole.bmp", 40, 30, red, blue);
-  const std::string bytes = read_text(whole);
-  const std::string cut = dir.write("cut.bmp", bytes.substr(0, bytes.size() - 600));
-  LogCapture log;
-  for (const std::string& name : {whole, cut}) {
-    const int want = name == whole ? 0 : -1;
-    char* names[] = {const_cast<char*>(name.c_str())};
-    flistruct film;
-    const std::string description = dir.write("film.txt", "1 25 0 0\n" + name + "\n");
-    EXPECT_EQ(std::make_tuple(bmp(0, name.c_str(), nullptr, 0, -1, 0, 0, 0.5, 0.5).prepare(), sbmp_init(1, names),
-                              vbmp_init(1, names), film.prepare(description.c_str())),
-              std::make_tuple(want, want, want, want))
-        << name;
-  }
+  const std::string bytes = read_text(picture("whole.bmp", 40, 30, red, blue));
+  std::string cut = dir.write("cut.bmp", bytes.substr(0, bytes.size() - 600));
+  char* names[] = {cut.data()};
+  flistruct film;
+  EXPECT_EQ(std::make_tuple(bmp(0, names[0], nullptr, 0, -1, 0, 0, 0.5, 0.5).prepare(), sbmp_init(1, names),
+                            vbmp_init(1, names), film.prepare(dir.write("film.txt", "1 25 0 0\n" + cut).c_str())),
+            std::make_tuple(-1, -1, -1, -1));
 }
 
 TEST_F(Picture, PreloadedSetMaskedOnsetAndTheListFile) {

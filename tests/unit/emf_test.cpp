@@ -131,28 +131,18 @@ TEST_F(Emf, FrameStretchedOntoTheBitmapAtEveryDepth) {
   }
 }
 
-// The frame fills the bitmap, whatever the header says was drawn: a figure
-// drawn with a margin keeps it when its bounds are the drawn area (as GDI
-// writes them) and shows at all when they are unset.
+// The frame fills the bitmap whatever bounds the header gives: with a margin
+// round the figures (bounds as GDI writes them) and unset (0, 0, -1, -1).
 TEST_F(Emf, TheFrameNotTheDrawnBoundsFillsTheBitmap) {
   const std::string margin = files->path("margin.emf");
   ASSERT_EQ(system((std::string(IXMOD_MKEMF) + " -margin " + margin).c_str()), 0);
-  // Bounds in device pixels of the 640 x 320 frame ({}: as written, the
-  // frame); what the points below show in 384 x 192.
-  const struct { bool margin; std::vector<int32_t> bounds; const char* kinds; } kCases[] = {
-      {false, {}, "rrbbr"}, {false, {0, 0, -1, -1}, "rrbbr"}, {false, {0, 0, 0, 0}, "rrbbr"},
-      {true, {}, "0rb00"},  {true, {160, 80, 480, 240}, "0rb00"}, {true, {0, 0, -1, -1}, "0rb00"}};
-  const int points[][2] = {{48, 96}, {144, 96}, {240, 96}, {336, 96}, {144, 20}};
-  for (const auto& c : kCases) {
-    std::string bytes = read_text(c.margin ? margin : picture);
-    for (size_t i = 0; i < c.bounds.size(); ++i)
-      for (size_t k = 0; k < 4; ++k) bytes[8 + 4 * i + k] = static_cast<char>(static_cast<uint32_t>(c.bounds[i]) >> (8 * k));
-    const std::string file = dir.write("t.emf", bytes);
-    BITMAP* b = emf2bmp(file.c_str(), 384, 192);
-    ASSERT_NE(b, nullptr) << c.margin << " " << c.bounds.size();
-    std::string seen;
-    for (const auto& p : points) seen += kind(b, p[0], p[1]);
-    EXPECT_EQ(seen, c.kinds) << c.margin << " " << (c.bounds.empty() ? 0 : c.bounds[2]);
+  for (auto [file, bounds, kinds] : std::vector<std::tuple<std::string, std::vector<uint32_t>, std::string>>{
+           {picture, {0, 0, ~0u, ~0u}, "rbb"}, {margin, {160, 80, 480, 240}, "0b0"}}) {
+    std::string bytes = read_text(file);
+    for (size_t i = 0; i < 16; ++i) bytes[8 + i] = static_cast<char>(bounds[i / 4] >> (8 * (i % 4)));
+    BITMAP* b = emf2bmp(dir.write("t.emf", bytes).c_str(), 384, 192);
+    ASSERT_NE(b, nullptr) << kinds;
+    EXPECT_EQ((std::string{kind(b, 48, 96), kind(b, 240, 96), kind(b, 336, 96)}), kinds);
     destroy_bitmap(b);
   }
 }
