@@ -84,7 +84,8 @@ prio_lowering alleg_lowering(unsigned cls, unsigned long long nice_limit, unsign
                              bool cap_nice) {
   if (cap_nice) return LOWER_IDLE;
   // Back to a nice value n takes RLIMIT_NICE >= 20 - n; back to real-time
-  // takes RLIMIT_RTPRIO up to its priority, and nice 0 for the classes after.
+  // takes RLIMIT_RTPRIO up to its priority, and nice 19 left in force would
+  // then hold for the normal class the pause dialogue sets.
   if (cls == REALTIME_PRIORITY_CLASS)
     return rtprio_limit >= static_cast<unsigned long long>(fifo_priority()) && nice_limit >= 20 ? LOWER_IDLE
                                                                                                  : LOWER_NONE;
@@ -148,6 +149,7 @@ bool alleg_is_normal() { return alleg_is_prio(NORMAL_PRIORITY_CLASS); }
 void alleg_low() {
   switch (alleg_lowering(alleg_get_prio(), limit(RLIMIT_NICE), limit(RLIMIT_RTPRIO), cap_sys_nice())) {
     case LOWER_IDLE:
+      alleg_message("priority: idle while switched out");
       alleg_prio(IDLE_PRIORITY_CLASS);
       break;
     case LOWER_BATCH:

@@ -23,7 +23,7 @@ bool alleg_is_normal();
 // it can be raised again: nice 19 (idle) where the nice limit or
 // CAP_SYS_NICE allows going back, else SCHED_BATCH at the nice value in
 // force (which an ordinary user may always leave), and not at all from
-// real-time without the limits to return; the latter two are logged.
+// real-time without the limits to return; the log says which.
 void alleg_low();
 enum prio_lowering { LOWER_IDLE, LOWER_BATCH, LOWER_NONE };
 // The choice for the class in force, RLIMIT_NICE and RLIMIT_RTPRIO (soft
