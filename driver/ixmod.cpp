@@ -9,6 +9,7 @@
 #include "engine/stimuli.h"
 #include "engine/timing.h"
 #include "platform/alleg.h"
+#include "platform/directory.h"
 #include "platform/display.h"
 #include "services/argument.h"
 #include "services/config.h"
@@ -119,6 +120,13 @@ void start_outputs() {
 }  // namespace
 
 int ixmod_main(int argc, char** argv) {
+  // Default file names and the files beside the program go by its real
+  // path: started through PATH, argv[0] is only its name.
+  static char self[4096];
+  if (argc > 0) {
+    program_path(self, sizeof self, argv[0]);
+    argv[0] = self;
+  }
   if (argument_init(argc, const_cast<const char**>(argv)) != 0) return -1;
   if (files_init() != 0) return -1;
   if (alleg_init(1) != 0) return -1;
@@ -149,6 +157,7 @@ int ixmod_main(int argc, char** argv) {
   if (trigger_type() == TRIGGER_ACK && vok_init(2, 0) != 0) return -1;
   start_outputs();
   if (start_trigger_output() != 0) return -1;
+  trigger_shares_port(trig_out_lpt());
   if (stimuli_init(argument_get("dict")) != 0) return -1;
 
   timing_init();

@@ -12,6 +12,7 @@
 #include "engine/stim.h"
 #include "engine/reak.h"
 #include "platform/datafile.h"
+#include "platform/directory.h"
 #include "screens/back.h"
 #include "screens/info.h"
 #include "screens/instrukt.h"
@@ -91,7 +92,7 @@ int stimfile_init() {
   }
   if (const char* mapped = files_get(path)) snprintf(path, sizeof path, "%s", mapped);
 
-  FILE* f = fopen(path, "r");
+  FILE* f = file_open(path, "r");
   if (!f) {
     alleg_perror(path);
     return -1;

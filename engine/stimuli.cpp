@@ -526,9 +526,9 @@ int dialogue_text(BITMAP* bmp, int index, int x, int y) {
   if (bmp) alleg_textout_centre(bmp, text, 1, x, y, 255, 255, 255);
   return 0;
 }
-// A dialogue that cannot be shown ends the block; the clock must run again,
-// or the block's final waits on it would never end.
-int dialogue_failed() {
+// A dialogue that cannot be shown or is left with an exit ends the block;
+// the clock must run again, or the block's final waits on it would never end.
+int end_block() {
   alleg_timer_cont();
   return -1;
 }
@@ -550,7 +550,7 @@ int stimuli::please(long) {
       rectfill(scr, W / 2 - 300, H - 100, W / 2 + 299, H - 1, 0);
     }
     set_palette(default_palette);
-    if (dialogue_text(scr, 0, W / 2, H - 60) != 0) return dialogue_failed();
+    if (dialogue_text(scr, 0, W / 2, H - 60) != 0) return end_block();
   } else if (scr) {
     const int x = (W - release->w) / 2, y = (3 * H / 2 - release->h) / 2;
     release_area.save(scr, x, y, release->w, release->h);
@@ -558,7 +558,7 @@ int stimuli::please(long) {
   }
   reak_please(1);
   if (!interrupt) {
-    if (dialogue_text(scr, 1, W / 2, H - 30) != 0) return dialogue_failed();
+    if (dialogue_text(scr, 1, W / 2, H - 30) != 0) return end_block();
   } else if (scr) {
     const int x = (W - interrupt->w) / 2, y = H - interrupt->h;
     interrupt_area.save(scr, x, y, interrupt->w, interrupt->h);
@@ -574,8 +574,9 @@ int stimuli::please(long) {
     }
     last_reacted_->nummer = 0;
   }
-  if (r != 0) return -1;
-  alleg_timer_stop();
+  // The clock stays stopped from the dialogue's start until its screen is
+  // restored and the participant had a second to get ready.
+  if (r != 0) return end_block();
   if (scr) {
     interrupt_area.restore(scr);
     release_area.restore(scr);

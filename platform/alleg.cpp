@@ -28,6 +28,7 @@ DATAFILE* custom_font_ = nullptr;
 BITMAP* backup_ = nullptr;
 BITMAP* central_ = nullptr;
 unsigned saved_prio_ = 0;
+bool switched_out_ = false;
 bool switch_callbacks_ = false;
 
 void fatal(const char* what) {
@@ -179,6 +180,10 @@ int alleg_save() {
 
 void alleg_switch_out() {
   alleg_warning("switched out the program");
+  // One stop per time away: a second switch-out without a switch-in would
+  // otherwise hold the clock for good.
+  if (switched_out_) return;
+  switched_out_ = true;
   alleg_timer_stop();
   saved_prio_ = alleg_get_prio();
   alleg_low();
@@ -186,15 +191,18 @@ void alleg_switch_out() {
 
 void alleg_switch_in() {
   alleg_warning("switched into the program");
+  if (!switched_out_) return;
+  switched_out_ = false;
   if (saved_prio_) {
     alleg_prio(saved_prio_);
     saved_prio_ = 0;
   }
-  if (backup_) {
+  // While the clock stays stopped for someone else (the pause dialogue),
+  // what is on the screen is theirs: the saved picture stays where it is.
+  if (alleg_timer_cont() == 0 && backup_) {
     blit(backup_, getscreen(), 0, 0, 0, 0, backup_->w, backup_->h);
     display_flush();
   }
-  alleg_timer_cont();
 }
 
 void alleg_exit() {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/directory.h"
 #include "services/log.h"
 
 namespace {
@@ -104,7 +105,7 @@ enhmetafile* SetEnhMetaFileBits(int size, const void* bits) {
 }
 
 enhmetafile* GetEnhMetaFileA(const char* file) {
-  FILE* f = file ? fopen(file, "rb") : nullptr;
+  FILE* f = file ? file_open(file, "rb") : nullptr;
   if (!f) {
     if (!file) errno = EINVAL;
     return nullptr;

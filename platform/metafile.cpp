@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstddef>
 #include <cstdlib>
 
@@ -15,11 +16,51 @@
 namespace {
 // cairo refuses larger images.
 const int kMaxSide = 32767;
+
+// The header record: type 1, then the drawn bounds in device pixels, the
+// frame in 0.01 mm, ..., the reference device in pixels and in mm.
+const size_t kBounds = 8, kFrame = 24, kDevice = 72, kMillimetres = 80, kHeaderSize = 88;
+
+int32_t get32(const std::vector<unsigned char>& b, size_t at) {
+  return static_cast<int32_t>(static_cast<uint32_t>(b[at]) | static_cast<uint32_t>(b[at + 1]) << 8 |
+                              static_cast<uint32_t>(b[at + 2]) << 16 | static_cast<uint32_t>(b[at + 3]) << 24);
+}
+
+void put32(std::vector<unsigned char>& b, size_t at, long v) {
+  const uint32_t u = static_cast<uint32_t>(static_cast<int32_t>(v));
+  for (int i = 0; i < 4; ++i) b[at + static_cast<size_t>(i)] = static_cast<unsigned char>(u >> (8 * i));
+}
+
+// A metafile played into a rectangle maps its frame onto it; the converter
+// sizes and places its picture by the drawn bounds, which may lie inside the
+// frame or be unset. The bounds become the frame in reference-device pixels.
+// -1 when the header gives no frame or device to go by.
+int frame_as_bounds(std::vector<unsigned char>& b) {
+  if (b.size() < kHeaderSize || get32(b, 0) != 1) return -1;
+  const double px_x = get32(b, kDevice), px_y = get32(b, kDevice + 4);
+  const double mm_x = get32(b, kMillimetres), mm_y = get32(b, kMillimetres + 4);
+  if (!(px_x > 0 && px_y > 0 && mm_x > 0 && mm_y > 0)) return -1;
+  long side[4];
+  for (size_t i = 0; i < 4; ++i) {
+    const double scale = (i % 2 == 0 ? px_x / mm_x : px_y / mm_y) / 100.0;
+    const double v = std::round(get32(b, kFrame + 4 * i) * scale);
+    if (!(std::fabs(v) < 1e9)) return -1;
+    side[i] = static_cast<long>(v);
+  }
+  if (side[2] - side[0] < 1 || side[3] - side[1] < 1) return -1;
+  for (size_t i = 0; i < 4; ++i) put32(b, kBounds + 4 * i, side[i]);
+  return 0;
+}
 }  // namespace
 
 int metafile_svg(const enhmetafile* mf, std::string& svg) {
   svg.clear();
   if (!mf || mf->size <= 0 || !mf->bits) {
+    errno = EINVAL;
+    return -1;
+  }
+  std::vector<unsigned char> bytes(mf->bits, mf->bits + mf->size);
+  if (frame_as_bounds(bytes) != 0) {
     errno = EINVAL;
     return -1;
   }
@@ -32,8 +73,7 @@ int metafile_svg(const enhmetafile* mf, std::string& svg) {
   options.imgHeight = 0;
   char* out = nullptr;
   size_t length = 0;
-  // The converter only reads the bytes; its interface is not const-correct.
-  const int ok = emf2svg(reinterpret_cast<char*>(mf->bits), static_cast<size_t>(mf->size), &out, &length, &options);
+  const int ok = emf2svg(reinterpret_cast<char*>(bytes.data()), bytes.size(), &out, &length, &options);
   if (ok && out) svg.assign(out, length);
   free(out);
   if (!ok || svg.empty()) {

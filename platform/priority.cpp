@@ -1,12 +1,14 @@
 #include "platform/priority.h"
 
 #include <dirent.h>
+#include <linux/capability.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 
 #include "services/config.h"
@@ -14,6 +16,8 @@
 
 namespace {
 unsigned configured_ = REALTIME_PRIORITY_CLASS;
+// Not a class of the test: SCHED_BATCH at the nice value in force.
+const unsigned kBatch = 1;
 
 int fifo_priority() {
   static int prio = -1;
@@ -26,14 +30,17 @@ int fifo_priority() {
   return prio;
 }
 
+int nice_of(unsigned cls) { return cls == HIGH_PRIORITY_CLASS ? -10 : cls == IDLE_PRIORITY_CLASS ? 19 : 0; }
+
 // Applies policy and nice value to one thread; 0 or an errno value.
 int apply(pid_t tid, unsigned cls) {
   sched_param sp{};
+  if (cls == kBatch) return sched_setscheduler(tid, SCHED_BATCH, &sp) == 0 ? 0 : errno;
   if (cls == REALTIME_PRIORITY_CLASS) {
     sp.sched_priority = fifo_priority();
     return sched_setscheduler(tid, SCHED_FIFO, &sp) == 0 ? 0 : errno;
   }
-  const int nice = cls == HIGH_PRIORITY_CLASS ? -10 : cls == IDLE_PRIORITY_CLASS ? 19 : 0;
+  const int nice = nice_of(cls);
   if (sched_setscheduler(tid, SCHED_OTHER, &sp) != 0) return errno;
   return setpriority(PRIO_PROCESS, static_cast<id_t>(tid), nice) == 0 ? 0 : errno;
 }
@@ -54,7 +61,37 @@ int apply_all(unsigned cls) {
   }
   return err;
 }
+
+unsigned long long limit(int resource) {
+  rlimit r{};
+  if (getrlimit(resource, &r) != 0) return 0;
+  return r.rlim_cur == RLIM_INFINITY ? ~0ull : static_cast<unsigned long long>(r.rlim_cur);
+}
+
+bool cap_sys_nice() {
+  FILE* f = fopen("/proc/self/status", "r");
+  if (!f) return false;
+  char line[256];
+  unsigned long long caps = 0;
+  bool found = false;
+  while (!found && fgets(line, sizeof line, f)) found = sscanf(line, "CapEff: %llx", &caps) == 1;
+  fclose(f);
+  return found && (caps >> CAP_SYS_NICE & 1u);
+}
 }  // namespace
+
+prio_lowering alleg_lowering(unsigned cls, unsigned long long nice_limit, unsigned long long rtprio_limit,
+                             bool cap_nice) {
+  if (cap_nice) return LOWER_IDLE;
+  // Back to a nice value n takes RLIMIT_NICE >= 20 - n; back to real-time
+  // takes RLIMIT_RTPRIO up to its priority, and nice 19 left in force would
+  // then hold for the normal class the pause dialogue sets.
+  if (cls == REALTIME_PRIORITY_CLASS)
+    return rtprio_limit >= static_cast<unsigned long long>(fifo_priority()) && nice_limit >= 20 ? LOWER_IDLE
+                                                                                                 : LOWER_NONE;
+  const int n = nice_of(cls);
+  return n == 19 || nice_limit >= static_cast<unsigned long long>(20 - n) ? LOWER_IDLE : LOWER_BATCH;
+}
 
 unsigned alleg_get_prio() {
   const int policy = sched_getscheduler(0);
@@ -109,7 +146,21 @@ void alleg_noreal() {
 bool alleg_is_high() { return alleg_is_prio(configured_); }
 void alleg_normal() { alleg_prio(NORMAL_PRIORITY_CLASS); }
 bool alleg_is_normal() { return alleg_is_prio(NORMAL_PRIORITY_CLASS); }
-void alleg_low() { alleg_prio(IDLE_PRIORITY_CLASS); }
+void alleg_low() {
+  switch (alleg_lowering(alleg_get_prio(), limit(RLIMIT_NICE), limit(RLIMIT_RTPRIO), cap_sys_nice())) {
+    case LOWER_IDLE:
+      alleg_message("priority: idle while switched out");
+      alleg_prio(IDLE_PRIORITY_CLASS);
+      break;
+    case LOWER_BATCH:
+      alleg_message("priority: batch scheduling, since nice 19 could not be undone");
+      if (const int err = apply_all(kBatch)) alleg_warning("SCHED_BATCH failed with error %d", err);
+      break;
+    case LOWER_NONE:
+      alleg_message("priority: kept, since a lower one could not be undone");
+      break;
+  }
+}
 unsigned alleg_prio_class() { return configured_; }
 void alleg_prio_class(unsigned cls) { configured_ = cls; }
 

@@ -18,6 +18,10 @@ std::atomic<uint64_t> stamp_{0};
 std::atomic<uint32_t> seq_{0};
 // The reading at the moment the clock was stopped; returned while stopped.
 long frozen_ms_ = 0;
+// Stops in force; the clock runs again when the last one is taken back, if
+// the first one froze it.
+int stops_ = 0;
+bool frozen_ = false;
 unsigned long long frozen_us_ = 0;
 
 unsigned long long tics_per_s_ = 0;
@@ -173,19 +177,23 @@ unsigned long long alleg_get_utimer() {
 }
 
 // Stopping freezes the reading; continuing resumes from exactly that
-// reading, so the clock neither jumps nor steps back across a pause.
+// reading, so the clock neither jumps nor steps back across a pause. Stops
+// nest: a display switch during the pause dialogue stops and continues the
+// clock once more, and the clock runs again only when the dialogue ends.
 void alleg_timer_stop() {
-  if (!running_.load()) return;
+  if (stops_++ > 0 || !running_.load()) return;
+  frozen_ = true;
   frozen_us_ = alleg_get_utimer();
   frozen_ms_ = alleg_get_timer();
   running_.store(0, std::memory_order_release);
 }
 
-void alleg_timer_cont() {
-  if (running_.load()) {
-    stamp_.store(alleg_timer_rdtsc());
-    return;
-  }
+// A running clock keeps its stamp: stamping it anew would drop the part of
+// a millisecond since the last tick and make the clock step back.
+int alleg_timer_cont() {
+  if (stops_ > 0) --stops_;
+  if (stops_ > 0 || !frozen_) return stops_;
+  frozen_ = false;
   const unsigned long long part_us =
       frozen_us_ > static_cast<unsigned long long>(frozen_ms_) * 1000ull
           ? frozen_us_ - static_cast<unsigned long long>(frozen_ms_) * 1000ull
@@ -195,6 +203,7 @@ void alleg_timer_cont() {
   stamp_.store(alleg_timer_rdtsc() - part_us * tics_per_us_, std::memory_order_release);
   seq_.fetch_add(1, std::memory_order_release);
   running_.store(1, std::memory_order_release);
+  return 0;
 }
 
 void alleg_rest(long ms) {
@@ -243,6 +252,8 @@ void alleg_timer_reset() {
   seq_.store(0);
   frozen_ms_ = 0;
   frozen_us_ = 0;
+  stops_ = 0;
+  frozen_ = false;
   alleg_timer_frequency(0);
   counter_ = system_counter;
   alleg_refresh_rate(60);

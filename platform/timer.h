@@ -33,8 +33,12 @@ unsigned long long alleg_system_us();
 // runs, so the moment may lie a while before or after now.
 unsigned long long alleg_utimer_at(unsigned long long system_us);
 unsigned long long alleg_get_utimer();
+// Stops nest: each alleg_timer_stop is taken back by one alleg_timer_cont,
+// and the clock runs again when none is left. The result is the number of
+// stops still in force (0: the clock runs). On a running clock continuing
+// changes nothing.
 void alleg_timer_stop();
-void alleg_timer_cont();
+int alleg_timer_cont();
 void alleg_rest(long ms);
 int alleg_urest(unsigned long long us);
 

@@ -38,12 +38,17 @@ int fail(const char* text) {
 
 bool is_hex_address(const char* text) { return text[0] == '0' && (text[1] == 'x' || text[1] == 'X'); }
 
-// A simulated port is a regular file, or a path that does not exist yet
-// outside /dev.
+// A simulated port is a regular file, or a name that does not exist yet and
+// names no device: "auto", "parportN" and paths in /dev are devices, so
+// "lpt1.sim" in the working directory is a file as "/tmp/lpt1" is.
 bool is_sim_file(const char* text) {
+  if (strcmp(text, "auto") == 0) return false;
   struct stat st;
   if (stat(text, &st) == 0) return S_ISREG(st.st_mode);
-  return strchr(text, '/') != nullptr && strncmp(text, "/dev/", 5) != 0;
+  if (strncmp(text, "/dev/", 5) == 0) return false;
+  if (strncmp(text, "parport", 7) != 0) return true;
+  const char* n = text + 7;
+  return !*n || strspn(n, "0123456789") != strlen(n);
 }
 
 unsigned short resolve(int index) {

@@ -114,6 +114,7 @@ int trig_out_send(unsigned char code) {
 }
 
 int trig_out_valid() { return port_ != trig_out_none; }
+int trig_out_lpt() { return port_ == trig_out_none ? -1 : static_cast<int>(port_); }
 int trig_out_saving() { return file_ != nullptr; }
 void trig_out_disable() { port_ = trig_out_none; }
 

@@ -20,6 +20,8 @@ int trig_out_clear();
 // file line.
 int trig_out_send(unsigned char code);
 int trig_out_valid();
+// The parallel port the pulses go to (0 for LPT1), -1 without output.
+int trig_out_lpt();
 // Whether a trigger value file is open.
 int trig_out_saving();
 // No trigger output from now on (after the port failed at start-up).

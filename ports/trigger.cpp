@@ -3,6 +3,7 @@
 #include <allegro.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -76,11 +77,14 @@ bool stopped_by_signal() {
 }  // namespace
 
 int trigger_wait(long ms) {
-  const long deadline = alleg_get_timer() + ms;
+  // Timed on the counter, which runs on while the display is switched away
+  // and the test clock stands still.
+  const uint64_t deadline = alleg_timer_rdtsc() + static_cast<uint64_t>(ms > 0 ? ms : 0) * 1000000ull;
   switch (type_) {
     case TRIGGER_NONE:
       if (ms == 0) return fail("no trigger and no delay");
-      alleg_rest(ms);
+      while (alleg_timer_rdtsc() < deadline)
+        if (stopped_by_signal()) return -1;
       return 0;
     case TRIGGER_SPACE:
       trigger_info(0);
@@ -100,7 +104,7 @@ int trigger_wait(long ms) {
           trigger_info(1);
           return 0;
         }
-        if (ms != 0 && alleg_get_timer() > deadline) return timed_out(ms);
+        if (ms != 0 && alleg_timer_rdtsc() > deadline) return timed_out(ms);
         if (stopped_by_signal()) return -1;
         // Only an untimed wait can be stopped with x.
         if (ms == 0) {
@@ -119,7 +123,7 @@ int trigger_wait(long ms) {
           trigger_info(1);
           return 0;
         }
-        if (ms != 0 && alleg_get_timer() > deadline) return timed_out(ms);
+        if (ms != 0 && alleg_timer_rdtsc() > deadline) return timed_out(ms);
         if (stopped_by_signal()) return -1;
         // Only a timed wait for the line can be stopped with x.
         if (ms != 0) {
@@ -132,6 +136,15 @@ int trigger_wait(long ms) {
     default:
       return fail("trigger_wait");
   }
+}
+
+int trigger_shares_port(int output_lpt) {
+  const int box = static_cast<int>(vok_port());
+  if (type_ != TRIGGER_ACK || output_lpt < 0 || box != output_lpt) return 0;
+  alleg_warning("trigger-input ack: the response box on LPT%d is polled with its data lines high, so the trigger "
+                "output on that port shows 255 while a block waits for the line",
+                box + 1);
+  return 1;
 }
 
 void trigger_info(int state) {

@@ -35,7 +35,9 @@ instrukt::~instrukt() = default;
 
 void instrukt::localise() {
   if (locale_ && datei) {
-    const char* dot = strrchr(datei, '.');
+    // The extension is the file's own: a dot in a folder name is not one.
+    const char* slash = strrchr(datei, '/');
+    const char* dot = strrchr(slash ? slash + 1 : datei, '.');
     char ext[100];
     snprintf(ext, sizeof ext, "%s", dot ? dot + 1 : "");
     char name[200];

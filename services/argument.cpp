@@ -41,6 +41,13 @@ int argument_check(const char* key) {
   return 0;
 }
 
+int argument_flag(const char* key) {
+  if (!key) return 0;
+  for (int i = 1; i < argc_; ++i)
+    if (argv_[i] && argv_[i][0] == '-' && strcmp(argv_[i] + 1, key) == 0) return i;
+  return 0;
+}
+
 const char* argument_value(const char* key) {
   if (int i = argument_lookup(key)) {
     const size_t k = strlen(key);

@@ -9,6 +9,9 @@ int argument_init(int argc, const char** argv);
 int argument_lookup(const char* key);
 // Index of the first argument beginning with "-key" (a prefix test), 0 if none.
 int argument_check(const char* key);
+// Index of the first argument that is the flag "-key" itself, 0 if none:
+// "-r" is not found in "-res=..." or "-report=...".
+int argument_flag(const char* key);
 
 // The option's value; def when it is absent or empty. With msg and def given,
 // msg formatted with def is logged when def is returned; with msg null a log

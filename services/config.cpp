@@ -2,9 +2,12 @@
 
 #include <allegro.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
+#include "platform/directory.h"
 #include "services/argument.h"
 #include "services/log.h"
 
@@ -42,9 +45,10 @@ int config_init() {
   argument_progname(def, sizeof def, "cfg");
   char name[255];
   snprintf(name, sizeof name, "%s", argument_get("cfg", def, "Using %s for config overrides"));
-  FILE* f = fopen(name, "r");
+  FILE* f = file_open(name, "r");
   if (!f) {
     alleg_warning("file not found", name);
+    if (errno == EISDIR) alleg_warning(name, strerror(errno));
     return 0;
   }
   // The library's reader copies a line into a fixed buffer and can run past

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/directory.h"
 #include "services/log.h"
 #include "services/textfile.h"
 
@@ -22,7 +23,7 @@ Chapter::~Chapter() {
 
 int Chapter::load() {
   if (!id_) errno = ENOENT;
-  FILE* f = id_ ? fopen(id_, "r") : nullptr;
+  FILE* f = id_ ? file_open(id_, "r") : nullptr;
   if (!f) {
     alleg_perror(id_);
     return -1;

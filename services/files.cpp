@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/directory.h"
 #include "services/argument.h"
 #include "services/log.h"
 #include "services/textfile.h"
@@ -57,7 +58,7 @@ int files_init() {
   argument_progname(def, sizeof def, "lst");
   char name[256];
   snprintf(name, sizeof name, "%s", argument_get("lst", def));
-  FILE* f = fopen(name, "r");
+  FILE* f = file_open(name, "r");
   if (!f) {
     alleg_perror(name);
     return -1;

@@ -98,7 +98,7 @@ void resclose() {
   if (!any) {
     alleg_message("No results. removing file", name_);
     remove(name_);
-  } else if (!argument_check("r")) {
+  } else if (!argument_flag("r")) {
     alleg_message("Results", name_);
   }
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/datafile.h"
+#include "platform/directory.h"
 #include "platform/timer.h"
 #include "services/argument.h"
 #include "services/files.h"
@@ -61,7 +62,7 @@ DATAFILE* sample_object(const char* name) {
 SAMPLE* load_file(const char* name) {
   char path[300];
   wav_resolve(name, path, sizeof path);
-  FILE* f = fopen(path, "r");
+  FILE* f = file_open(path, "r");
   if (!f) {
     alleg_perror(path);
     return nullptr;
@@ -115,7 +116,7 @@ int swav_init() {
     unload_datafile_object(d);
   } else {
     name = argument_get("snd", def, "Using %s for static sounds");
-    FILE* f = fopen(name, "r");
+    FILE* f = file_open(name, "r");
     if (!f) {
       alleg_perror(name);
       return -1;
@@ -213,7 +214,7 @@ int volume_init() {
   const char* option = argument_value("vol");
   snprintf(name, sizeof name, "%s", option ? option : def);
   if (const char* mapped = files_get(name)) snprintf(name, sizeof name, "%s", mapped);
-  FILE* f = fopen(name, "r");
+  FILE* f = file_open(name, "r");
   if (!f) return 0;
   int n = -1;
   if (fscanf(f, "%d", &n) != 1 || n < 0 || n > kVolumes - 1) {

@@ -40,8 +40,7 @@ void destroy(BITMAP*& b) {
 }
 
 // Allegro's BMP reader takes a file that ends early as it is and fills the
-// rows it could not read with whatever the reads past the end gave. An
-// uncompressed BMP shorter than its header says is therefore refused here.
+// rows it could not read with whatever the reads past the end gave.
 bool truncated_bmp(const char* path) {
   FILE* f = fopen(path, "rb");
   if (!f) return false;
@@ -91,6 +90,18 @@ void bmp_resolve(char* path, int size, const char* name) {
     if (file_there(path)) return;
   }
   snprintf(path, static_cast<size_t>(size), "%s", name);
+}
+
+BITMAP* bmp_load(const char* path, RGB* pal) {
+  if (!path) return nullptr;
+  if (truncated_bmp(path)) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  BITMAP* b = load_bitmap(path, pal);
+  if (!b) b = load_bmp(path, pal);
+  if (!b) b = load_pcx(path, pal);
+  return b;
 }
 
 int bmp_place(int room, double rel) {
@@ -147,11 +158,7 @@ int bmp::prepare() {
   if (datei) {
     char path[300];
     bmp_resolve(path, sizeof path, datei);
-    if (!truncated_bmp(path)) {
-      bitmap = load_bitmap(path, palette);
-      if (!bitmap) bitmap = load_bmp(path, palette);
-      if (!bitmap) bitmap = load_pcx(path, palette);
-    }
+    bitmap = bmp_load(path, palette);
     if (!bitmap) {
       errno = ENOENT;
       alleg_perror(path);

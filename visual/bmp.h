@@ -69,6 +69,11 @@ int sbmp_next();
 // A picture or list file name as the program looks it up: an absolute name
 // as given; else next to the program when it exists there; else as given.
 void bmp_resolve(char* path, int size, const char* name);
+// Every picture file the program loads: through the graphics library's
+// readers (by extension, then as BMP, then as PCX), with its palette. An
+// uncompressed BMP shorter than its header says is refused (null, errno
+// EINVAL): the library's reader would fill the missing rows with garbage.
+BITMAP* bmp_load(const char* path, RGB* pal);
 // room * rel truncated toward zero: the offset that places a picture within
 // room pixels of free space (0 = left/top, 1 = right/bottom edge).
 int bmp_place(int room, double rel);

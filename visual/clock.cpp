@@ -185,6 +185,7 @@ int cclock::prepare() {
     return -1;
   }
   start_ = 0;
+  revolved_ = false;
   return fli::prepare();
 }
 
@@ -196,7 +197,7 @@ int cclock::cleanup() {
 }
 
 int cclock::reshow() {
-  running_ = this;
+  if (!revolved_) running_ = this;
   if (start_ == 0) start_ = alleg_get_timer();
   if (kritisch != 0 && reaktion != 0 && !uv) {
     char text[300];
@@ -205,7 +206,16 @@ int cclock::reshow() {
              dauer_, richtung_, tics_, tics2_, dauer_ > 0 ? reakzeit % dauer_ : 0L, reakzeit, akt(), now());
     stim_assign(uv, text);
   }
-  return fli::reshow();
+  const int before = current;
+  const int r = fli::reshow();
+  if (current < before) revolved_ = true;
+  if (revolved_ && running_ == this) running_ = nullptr;
+  return r;
+}
+
+int cclock::hide() {
+  if (running_ == this) running_ = nullptr;
+  return fli::hide();
 }
 
 stim* _clock(const char* line) { return stim_make<cclock>(line); }

@@ -30,8 +30,12 @@ class cclock : public fli {
   // The reaction window ends with the presentation.
   long maxreak() const override;
   ~cclock() override;
-  // Becomes the running clock; records an answer to the clock once.
+  // The running clock from its first frame until its revolution is over
+  // (the film came round to its first frame again, or ended): a dial that
+  // stands still does not tell the time. Records an answer once.
   int reshow() override;
+  // No longer shown, no longer the running clock.
+  int hide() override;
 
   int dauer() const { return dauer_; }
   int richtung() const { return richtung_; }
@@ -51,6 +55,7 @@ class cclock : public fli {
   long fade_ = 500;
 
  private:
+  bool revolved_ = false;
   void new_fade();
 };
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/alleg.h"
 #include "platform/metafile.h"
 #include "services/log.h"
 #include "visual/sbmp.h"
@@ -104,7 +105,9 @@ int emf::prepare() {
     metafile = m;
   }
   if (metafile) {
-    const int screen_h = screen ? screen->h : 0;
+    // The drawing area's height, as for every other picture.
+    BITMAP* scr = getscreen();
+    const int screen_h = scr ? scr->h : 0;
     const int width = side(screen_h, w);
     const int height = side(screen_h, h);
     if (width < 1 || height < 1) {

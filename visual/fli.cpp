@@ -102,7 +102,7 @@ int flistruct::prepare(int n, int freq, BITMAP** frames, RGB (*palettes)[PAL_SIZ
 int flistruct::prepare(const char* file) {
   clear();
   if (!file) file = "";
-  FILE* f = fopen(file, "rt");
+  FILE* f = file_open(file, "rt");
   if (!f) {
     alleg_perror(file);
     return -1;
@@ -127,6 +127,9 @@ int flistruct::prepare(const char* file) {
     bad = "%s: y>1";
   } else if (n < 0) {
     bad = "%s: anzahl<0?";
+  } else if (rate < 0) {
+    // A film that would run backwards fails here, not mid-block.
+    bad = "%s: freq<0?";
   }
   if (bad) {
     if (got < 1) errno = EINVAL;
@@ -169,7 +172,7 @@ int flistruct::prepare(const char* file) {
     line[strcspn(line, "\r\n")] = '\0';
     std::string name = dir + line;
     if (dir.empty() || !file_there(name.c_str())) name = line;
-    BITMAP* pic = load_bitmap(name.c_str(), palettes_[i]);
+    BITMAP* pic = bmp_load(name.c_str(), palettes_[i]);
     if (!pic) {
       errno = ENOENT;
       alleg_perror(name.c_str());
@@ -207,7 +210,7 @@ fli::fli(const char* line, int& err) : stim(line, err) {
 }
 
 fli::~fli() {
-  if (datei) delete film;
+  if (owns_film_) delete film;
   film = nullptr;
 }
 
@@ -235,9 +238,12 @@ int fli::set(const char* attr) {
 long fli::showtime() const { return 10; }
 
 int fli::prepare() {
-  if (datei) {
-    delete film;
+  // The film of the file name is its own; one a subclass put there (from
+  // the preloaded set, the clock's faces) is borrowed and stays.
+  if (datei && (!film || owns_film_)) {
+    if (owns_film_) delete film;
     film = new flistruct;
+    owns_film_ = true;
     if (film->prepare(datei) != 0) return -1;
   }
   if (!film) return fail("fli: no film");
@@ -250,9 +256,10 @@ int fli::prepare() {
 }
 
 int fli::cleanup() {
-  if (datei) {
+  if (owns_film_) {
     delete film;
     film = nullptr;
+    owns_film_ = false;
   }
   return stim::cleanup();
 }

@@ -62,7 +62,7 @@ class fli : public stim {
   // Returns at once while the next retrace is more than 3 ms away.
   virtual int reshow();
 
-  flistruct* film = nullptr;  // owned when the stimulus has a file name
+  flistruct* film = nullptr;  // owned when prepare read it from the file name
   double relx = 0.5;
   double rely = 0.5;
   int x = 0;
@@ -75,6 +75,9 @@ class fli : public stim {
   long blink = 0;  // frame at which the mark blinks for three frames (0 never)
   long t_start = 0;
   long t_frame = 0;
+
+ private:
+  bool owns_film_ = false;
 
  protected:
   // The 5 x 5 fixation mark at the film's centre: white with a black

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/datafile.h"
+#include "platform/directory.h"
 #include "services/argument.h"
 #include "services/log.h"
 
@@ -47,7 +48,7 @@ int sbmp_list(const char* key, const char* msg, int (*init)(int, char**)) {
   name = argument_get(key, def, msg);
   char path[300];
   bmp_resolve(path, sizeof path, name);
-  FILE* f = fopen(path, "r");
+  FILE* f = file_open(path, "r");
   if (!f) {
     alleg_perror(path);
     return -1;
@@ -105,7 +106,7 @@ int sbmp_init(int n, char** names) {
     alleg_warning(name, "not found in ressource");
     char path[300];
     bmp_resolve(path, sizeof path, name);
-    bitmaps_[i] = load_bitmap(path, palette_);
+    bitmaps_[i] = bmp_load(path, palette_);
     if (!bitmaps_[i]) {
       errno = ENOENT;
       alleg_perror(path);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/datafile.h"
+#include "platform/directory.h"
 #include "services/argument.h"
 #include "services/log.h"
 #include "visual/bmp.h"
@@ -82,7 +83,7 @@ int sfli_init() {
     unload_datafile_object(d);
     return r;
   }
-  FILE* f = fopen(name, "rt");
+  FILE* f = file_open(name, "rt");
   if (!f) {
     alleg_perror(name);
     return -1;

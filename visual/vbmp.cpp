@@ -84,7 +84,7 @@ int vbmp_init(int n, char** names) {
     alleg_warning(name, "not found in ressource");
     char path[300];
     bmp_resolve(path, sizeof path, name);
-    BITMAP* m = load_bitmap(path, nullptr);
+    BITMAP* m = bmp_load(path, nullptr);
     if (!m) {
       errno = ENOENT;
       alleg_perror(name);

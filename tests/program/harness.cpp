@@ -97,7 +97,8 @@ Run run(const Dir& dir, const std::vector<std::string>& args, int timeout_s, con
   return finish(start(dir, args, env), timeout_s);
 }
 
-Started start(const Dir& dir, const std::vector<std::string>& args, const std::vector<std::string>& env) {
+Started start(const Dir& dir, const std::vector<std::string>& args, const std::vector<std::string>& env,
+              const char* argv0) {
   const std::string disp = display();
   const std::string out_path = dir.file(".stdout"), err_path = dir.file(".stderr");
   const pid_t pid = fork();
@@ -122,7 +123,7 @@ Started start(const Dir& dir, const std::vector<std::string>& args, const std::v
       else putenv(strdup(e.c_str()));
     }
     std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(IXMOD_BINARY));
+    argv.push_back(const_cast<char*>(argv0 ? argv0 : IXMOD_BINARY));
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
     execv(IXMOD_BINARY, argv.data());

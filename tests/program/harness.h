@@ -41,7 +41,10 @@ struct Started {
   int pid;
   std::string out_path, err_path;
 };
-Started start(const Dir& dir, const std::vector<std::string>& args, const std::vector<std::string>& env = {});
+// argv0 replaces the program's path as its first argument (as a shell that
+// found it through PATH gives its bare name).
+Started start(const Dir& dir, const std::vector<std::string>& args, const std::vector<std::string>& env = {},
+              const char* argv0 = nullptr);
 Run finish(const Started& p, int timeout_s = 30);
 
 // The lines of text that contain needle.

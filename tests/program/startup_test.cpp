@@ -120,10 +120,12 @@ TEST_F(Program, ConfigurationAndFileListRedirectFiles) {
 
 TEST_F(Program, DefaultFileNamesComeFromTheProgramPath) {
   dir.write("t.s", "null nummer=1 t0=10 t1=10\n");
-  // No -lst: the list is looked for beside the program, as ixmod.lst.
-  const harness::Run r = run({"-s=t.s", "-log=t.log", "-dict=en.dict", "-cfg=t.cfg"});
+  // No -lst: the list is looked for beside the program, as ixmod.lst, also
+  // when the program was started by its bare name (through PATH).
+  const harness::Run r =
+      harness::finish(harness::start(dir, {"-s=t.s", "-log=t.log", "-dict=en.dict", "-cfg=t.cfg"}, {}, "ixmod"));
   EXPECT_EQ(r.status, 255);
-  EXPECT_TRUE(contains(r.err, "ixmod.lst: No such file or directory")) << r.err;
+  EXPECT_TRUE(contains(r.err, std::string(IXMOD_BINARY) + ".lst: No such file or directory")) << r.err;
 }
 
 }  // namespace

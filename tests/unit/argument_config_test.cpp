@@ -12,14 +12,16 @@ TEST(Argument, LookupValuesAndProgname) {
   EXPECT_EQ(argument_lookup("r"), 0);
   EXPECT_EQ(argument_check("r"), 7);
   EXPECT_EQ(argument_check("s"), 2);  // a flag test is a bare prefix test
+  EXPECT_EQ(std::make_pair(argument_flag("r"), argument_flag("s")), std::make_pair(7, 0));  // the flag itself
   // The empty value counts as absent: the default is taken and logged.
   EXPECT_STREQ(argument_get("s", "prog.s", "Using %s as stimfile"), "prog.s");
   EXPECT_TRUE(log.has("0: Using prog.s as stimfile\n"));
   EXPECT_TRUE(!argument_get("s") && log.has("0: (null)\n"));  // no message text: a line without one
   EXPECT_EQ(std::make_tuple(argument_get("n", 5), argument_get("m", 5), argument_get("q", -3)),
             std::make_tuple(42, 5, -3));
-  Args only_hash({"-sx=wrong", "-s#hash"});
+  Args only_hash({"-sx=wrong", "-s#hash", "-res=x", "-report=y"});
   EXPECT_STREQ(argument_get("s", "def"), "hash");
+  EXPECT_EQ(argument_flag("r"), 0);
 
   // File options default to the program path with the extension replaced.
   char buf[64];

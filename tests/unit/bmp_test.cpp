@@ -14,6 +14,7 @@
 #include "platform/display.h"
 #include "services/config.h"
 #include "test_support.h"
+#include "visual/fli.h"
 #include "visual/sbmp.h"
 #include "visual/vbmp.h"
 
@@ -90,6 +91,18 @@ TEST_F(Picture, PlacementOnsetErasingAndMissingPictures) {
   EXPECT_EQ(std::make_tuple(px(0, 0), px(639, 479)), std::make_tuple(red, red));
   EXPECT_EQ(open.cleanup(), 0);
   EXPECT_EQ(std::make_tuple(px(0, 0), px(2, 2), px(3, 3), open.bitmap), std::make_tuple(0, 0, red, nullptr));
+}
+
+// A BMP that ends before its last row is refused by every loader: picture
+// stimulus, the preloaded sets' files, film frames.
+TEST_F(Picture, ABmpShorterThanItsHeaderSaysIsRefusedByEveryLoader) {
+  const std::string bytes = read_text(picture("whole.bmp", 40, 30, red, blue));
+  std::string cut = dir.write("cut.bmp", bytes.substr(0, bytes.size() - 600));
+  char* names[] = {cut.data()};
+  flistruct film;
+  EXPECT_EQ(std::make_tuple(bmp(0, names[0], nullptr, 0, -1, 0, 0, 0.5, 0.5).prepare(), sbmp_init(1, names),
+                            vbmp_init(1, names), film.prepare(dir.write("film.txt", "1 25 0 0\n" + cut).c_str())),
+            std::make_tuple(-1, -1, -1, -1));
 }
 
 TEST_F(Picture, PreloadedSetMaskedOnsetAndTheListFile) {

@@ -131,6 +131,22 @@ TEST_F(Emf, FrameStretchedOntoTheBitmapAtEveryDepth) {
   }
 }
 
+// The frame fills the bitmap whatever bounds the header gives: with a margin
+// round the figures (bounds as GDI writes them) and unset (0, 0, -1, -1).
+TEST_F(Emf, TheFrameNotTheDrawnBoundsFillsTheBitmap) {
+  const std::string margin = files->path("margin.emf");
+  ASSERT_EQ(system((std::string(IXMOD_MKEMF) + " -margin " + margin).c_str()), 0);
+  for (auto [file, bounds, kinds] : std::vector<std::tuple<std::string, std::vector<uint32_t>, std::string>>{
+           {picture, {0, 0, ~0u, ~0u}, "rbb"}, {margin, {160, 80, 480, 240}, "0b0"}}) {
+    std::string bytes = read_text(file);
+    for (size_t i = 0; i < 16; ++i) bytes[8 + i] = static_cast<char>(bounds[i / 4] >> (8 * (i % 4)));
+    BITMAP* b = emf2bmp(dir.write("t.emf", bytes).c_str(), 384, 192);
+    ASSERT_NE(b, nullptr) << kinds;
+    EXPECT_EQ((std::string{kind(b, 48, 96), kind(b, 240, 96), kind(b, 336, 96)}), kinds);
+    destroy_bitmap(b);
+  }
+}
+
 TEST_F(Semf, SetFromFilesListsAndTheDatafile) {
   LogCapture log({dir.path("ixmod")});
   EXPECT_TRUE(!semf_emf(0) && log.has("semf: not initialized\n"));

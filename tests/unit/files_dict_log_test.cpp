@@ -2,9 +2,12 @@
 
 #include <cerrno>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "engine/stimfile.h"
 #include "platform/timer.h"
+#include "services/config.h"
 #include "services/dict.h"
 #include "services/files.h"
 #include "services/log.h"
@@ -33,6 +36,19 @@ TEST(Files, ListMapsExactNamesBrokenListsFail) {
   EXPECT_EQ(files_get("stim.s"), nullptr);
   Args a({"-lst=" + log.dir.path("missing.lst")});
   EXPECT_TRUE(files_init() == -1 && log.has("missing.lst: No such file or directory\n"));
+}
+
+// Linux opens a folder for reading; the program's readers refuse one, each
+// through its own failure path, and say why.
+TEST(Files, AFolderWhereAFileIsExpectedIsRefused) {
+  test_allegro();
+  LogCapture log;
+  const std::string folder = log.dir.dir;
+  for (auto [option, init, result] : std::vector<std::tuple<std::string, int (*)(), int>>{
+           {"-lst=", files_init, -1}, {"-s=", stimfile_init, -1}, {"-cfg=", config_init, 0}})
+    EXPECT_EQ((Args({option + folder}), init()), result) << option;
+  EXPECT_TRUE(Chapter(folder.c_str()).load() == -1 && errno == EISDIR);
+  EXPECT_NE(log.text().find(folder + ": Is a directory\n"), std::string::npos);
 }
 
 TEST(Dict, TextsByLineNumber) {

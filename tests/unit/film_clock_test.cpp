@@ -114,7 +114,7 @@ TEST_F(Film, DescriptionFileChecksAndScaling) {
   const struct { const char* first; const char* message; } bad[] = {
       {"", "film.txt"},          {"0 25 0 0", "film.txt: anzahl==0?"}, {"2 0 0 0", "film.txt: freq==0?"},
       {"2 25", "film.txt: x<0"}, {"2 25 0 -1", "film.txt: y<0"},       {"2 25 2 0", "film.txt: x>1"},
-      {"2 25 0 1.5", "film.txt: y>1"}};
+      {"2 25 0 1.5", "film.txt: y>1"}, {"2 -25 0 0", "film.txt: freq<0?"}};
   for (const auto& b : bad) {
     LogCapture log;
     flistruct fs;
@@ -179,6 +179,10 @@ TEST_F(Film, PreloadedFilmsAreBorrowed) {
   EXPECT_EQ(s->cleanup(), 0);
   ASSERT_EQ(s->prepare(), 0);  // the set's film survived the clean-up
   EXPECT_EQ(s->film->anzahl(), 3);
+  auto named = make<sfli>(_sfli, "index=0 datei=" + film(5, "5 25 0 0"));  // the set's film all the same
+  EXPECT_TRUE(named->prepare() == 0 && named->film->anzahl() == 3 && named->cleanup() == 0);
+  named.reset();
+  EXPECT_TRUE(s->prepare() == 0 && s->film->anzahl() == 3);
 }
 
 // ---- clock ----
@@ -267,7 +271,7 @@ TEST_F(ClockFace, AnswerRecordedOnceAndSynchronisedStimuliRecordPosition) {
   EXPECT_EQ(c->show(), -1);
   EXPECT_TRUE(log.has("clock is not running..."));
 
-  auto k = make<cclock>(_clock, "dauer=1000 t0=200 kritisch=1 tics=2.5");
+  auto k = make<cclock>(_clock, "dauer=1000 t0=200 kritisch=1 tics=2.5 repeat=-1");
   ASSERT_EQ(k->prepare(), 0);
   ASSERT_EQ(k->show(), 0);
   reshow_at(*k, 500);
@@ -297,6 +301,8 @@ TEST_F(ClockFace, AnswerRecordedOnceAndSynchronisedStimuliRecordPosition) {
   reshow_at(*k, 700);
   EXPECT_EQ(first, k->uv);
 
+  reshow_at(*k, 1100);  // round once, the dial stands on its first frame: no time is told
+  EXPECT_TRUE(k->shown && !clock_running());
   k->cleanup();
   EXPECT_EQ(c->show(), -1);  // after the clock's clean-up
   led_reset_state(), stift_reset();

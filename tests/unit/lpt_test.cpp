@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "sim_port.h"
 #include "test_support.h"
 
@@ -85,6 +87,16 @@ TEST_F(Lpt, DevicesThatCannotBeReachedLeaveThePortUndefined) {
   EXPECT_TRUE(log.has("lpt1: /dev/parport-missing: no such parallel port"));
   EXPECT_TRUE(log.has("0x0: Invalid argument"));
   EXPECT_TRUE(log.has("/nonexistent-dir/x: No such file or directory"));
+}
+
+// A new name that is no device is a simulated port, also without a folder.
+TEST_F(Lpt, ANewFileNameWithoutAFolderIsASimulatedPort) {
+  TempDir d;
+  const std::filesystem::path was = std::filesystem::current_path();
+  std::filesystem::current_path(d.dir);
+  LogCapture log({"-lpt1-device=lpt1.sim"});
+  EXPECT_TRUE(lpt_get_address(0) != 0 && std::filesystem::exists(d.path("lpt1.sim")));
+  std::filesystem::current_path(was);
 }
 
 TEST_F(Lpt, InterruptTableAndTriggerRing) {

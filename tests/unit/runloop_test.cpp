@@ -14,6 +14,7 @@
 #include "fake_clock.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
+#include "platform/alleg.h"
 #include "screens/info.h"
 #include "services/dict.h"
 #include "test_support.h"
@@ -26,7 +27,7 @@ struct Press {
   bool done = false;
 };
 std::vector<Press> presses;   // reaction keys, on the test clock
-std::vector<Press> commands;  // experimenter's keys ('s', 'c', 'x'), on wall time
+std::vector<Press> commands;  // experimenter's keys ('s', 'c', 'x') and switches, on wall time
 std::string calls;
 long fail_reads_from_ms = -1;
 
@@ -43,7 +44,14 @@ int read_key(int& code) {
   code = due(presses, now);
   return 0;
 }
-int command_key() { return due(commands, fake_clock::ms()); }
+// Focus lost and regained reach the program at its key polls.
+enum { kSwitchOut = 1, kSwitchIn = 2 };
+int command_key() {
+  const int k = due(commands, fake_clock::ms());
+  if (k == kSwitchOut) alleg_switch_out();
+  if (k == kSwitchIn) alleg_switch_in();
+  return k == kSwitchOut || k == kSwitchIn ? 0 : k;
+}
 void unget_key(int) {}
 int no_buttons() { return 0; }
 const tastatur_device kDevice{command_key, unget_key, no_buttons, nullptr, nullptr};
@@ -159,6 +167,11 @@ INSTANTIATE_TEST_SUITE_P(Blocks, RunLoop, ::testing::Values(
          0, "0/1/1/300 2/1/1/500 | 0 richtig, 2 richtig, 2 0 0",
          {"stopped (s pressed)", "release", "interrupted", "continuing (c pressed)", "key blocked in trial number 1",
           "eliminating this trial"}, -1},
+    // Switched away and back during the dialogue: the clock stays stopped
+    // until "c", so the second trial comes as late in wall time as without.
+    Case{"release\ninterrupted\n", {{100, 1}, {1000, 1}}, {{400, 1}, {1500, 1}},
+         {{450, 's'}, {500, kSwitchOut}, {550, kSwitchIn}, {700, 'c'}}, -1, 0, 0,
+         "0/1/1/300 2/1/1/500 | 0 richtig, 2 richtig, 2 0 0", {"switched into the program"}, 2850},
     // Pause and exit: trials not answered are neither evaluated nor saved.
     Case{"release\ninterrupted\n", {{100, 1}, {1000, 1}, {2000, 1}}, {{400, 1}}, {{900, 's'}, {1200, 'x'}}, -1, 0,
          -1, "0/1/1/300 2/-1/0/0 3/-1/0/0 | 0 0 0", {"exit (x pressed)"}, -1},

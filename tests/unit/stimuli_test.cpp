@@ -107,6 +107,15 @@ TEST_F(Engine, EveryTypeWordBuildsItsClass) {
   stimuli_done();
 }
 
+// The locale goes before the extension of the file's own name.
+TEST_F(Engine, InstructionPageNamesTakeTheLocale) {
+  instrukt_init("de");
+  for (auto [name, localised] : std::vector<std::pair<std::string, std::string>>{
+           {"anw.bmp", "anwde.bmp"}, {"v1.2/anw.pcx", "v1.2/anwde.pcx"}, {"v1.2/anw", "v1.2/anwde."}})
+    EXPECT_STREQ(instrukt(name.c_str()).datei, localised.c_str()) << name;
+  instrukt_init(nullptr);
+}
+
 TEST_F(Engine, StimulusFileSeparatorsAndPieces) {
   using V = std::vector<int>;
   ASSERT_EQ(load_stimfile("null t0=1\nnull t0=2\n\nnull t0=3\n---\nnull t0=4\nnull t0=5"), (V{2, 1, 2}));

@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <utility>
 
+#include "platform/priority.h"
 #include "platform/timer.h"
+#include "test_support.h"
 
 namespace {
 // A nanosecond counter moved by hand, or by step on every read.
@@ -87,4 +89,25 @@ TEST_F(Clock, LateWakeUpCountsEveryDueTickStampedAtItsDueTime) {
     due = alleg_timer_due(due, due + 300000, now_ns);
   }
   EXPECT_EQ(std::make_pair(alleg_get_timer(), alleg_get_utimer()), std::make_pair(10004L, 10004300ull));
+}
+
+// Stops nest; continuing a running clock keeps its part of a millisecond.
+TEST_F(Clock, StopsNestAndContinuingARunningClockKeepsItsReading) {
+  alleg_timer_frequency(1000000000);
+  alleg_timer_start();
+  now_ns += 600000;
+  EXPECT_EQ(std::make_pair(alleg_timer_cont(), alleg_get_utimer()), std::make_pair(0, 600ull));
+  alleg_timer_stop(), alleg_timer_stop(), now_ns += 100 * kMs;
+  EXPECT_EQ(std::make_pair(alleg_timer_cont(), alleg_get_utimer()), std::make_pair(1, 600ull));  // still stopped
+  EXPECT_EQ(alleg_timer_cont(), 0);
+}
+
+// Switched away, the priority goes only as far down as it can come back from.
+TEST(Priority, SwitchedAwayGoesDownOnlyAsFarAsItCanComeBack) {
+  test_allegro();
+  const struct { unsigned cls; unsigned long long nice, rtprio; bool cap; prio_lowering want; } kCases[] = {
+      {NORMAL_PRIORITY_CLASS, 0, 0, false, LOWER_BATCH}, {NORMAL_PRIORITY_CLASS, 20, 0, false, LOWER_IDLE},
+      {HIGH_PRIORITY_CLASS, 20, 0, false, LOWER_BATCH},  {NORMAL_PRIORITY_CLASS, 0, 0, true, LOWER_IDLE},
+      {REALTIME_PRIORITY_CLASS, 20, 99, false, LOWER_IDLE}, {REALTIME_PRIORITY_CLASS, 40, 0, false, LOWER_NONE}};
+  for (const auto& c : kCases) EXPECT_EQ(alleg_lowering(c.cls, c.nice, c.rtprio, c.cap), c.want) << c.cls << " " << c.nice;
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <future>
 #include <string>
@@ -15,6 +16,7 @@
 #include "input/taste.h"
 #include "input/tastatur.h"
 #include "input/vok.h"
+#include "platform/signals.h"
 #include "ports/trigger.h"
 #include "sim_port.h"
 #include "test_support.h"
@@ -69,34 +71,51 @@ TEST_F(Trigger, InputAndShowNamesAreExact) {
 }
 
 // How each wait ends, when, and who may stop it: an untimed wait for the
-// key, a timed one for the line.
+// key, a timed one for the line; any wait on a stop signal. Timed waits
+// count real time, also while the display is switched away.
 TEST_F(Trigger, WaitsEndWithTheTriggerTheTimeOrX) {
   const char* const kLate = "no trigger observed after 1000 ms. continuing...";
-  // key2_at: test time the key goes down; least_ms: test time the wait takes
-  // at least; logged: "" nothing; left: keys not read, -1 any. Other keys
-  // than space are skipped; with the line up it is read first.
+  // key2_at: test time the key goes down; least_ms: real time the wait takes
+  // at least (timed out: more); logged: "" nothing; left: keys not read, -1
+  // any; away: the test clock stands still; signal: a stop signal waits.
+  // Other keys than space are skipped; with the line up it is read first.
   const struct { _trigger_type type; long ms, key2_at; bool line; std::vector<int> keys; int result; long least_ms;
-                 const char* logged; int left; } kCases[] = {
+                 const char* logged; int left; bool away = false, signal = false; } kCases[] = {
       {TRIGGER_NONE, 500, -1, 0, {}, 0, 500, "", 0}, {TRIGGER_NONE, 0, -1, 0, {}, -1, 0, "no trigger and no delay", 0},
       {TRIGGER_SPACE, 0, -1, 0, {'x', 'a', ' '}, 0, 0, "", 0}, {TRIGGER_KEY2, 0, 300, 0, {}, 0, 300, "", 0},
       {TRIGGER_KEY2, 0, -1, 0, {'a', 'X'}, -1, 0, "stopped", 0}, {TRIGGER_ACK, 1000, -1, 1, {'x'}, 0, 0, "", 1},
-      {TRIGGER_KEY2, 1000, -1, 0, {'x', 'x'}, 0, 1001, kLate, -1}, {TRIGGER_ACK, 1000, -1, 0, {}, 0, 1001, kLate, 0},
-      {TRIGGER_ACK, 1000, -1, 0, {'a', 'x'}, -1, 0, "stopped", 0}};
+      {TRIGGER_KEY2, 1000, -1, 0, {'x', 'x'}, 0, 1000, kLate, -1}, {TRIGGER_ACK, 1000, -1, 0, {}, 0, 1000, kLate, 0},
+      {TRIGGER_ACK, 1000, -1, 0, {'a', 'x'}, -1, 0, "stopped", 0},
+      {TRIGGER_KEY2, 1000, -1, 0, {}, 0, 1000, kLate, 0, true},
+      {TRIGGER_NONE, 500, -1, 0, {}, -1, 0, "stopped (signal 15)", 0, false, true}};
+  signals_install();
   for (const auto& c : kCases) {
-    SCOPED_TRACE(std::to_string(c.type) + " " + std::to_string(c.ms) + " " + c.logged);
+    SCOPED_TRACE(std::to_string(c.type) + " " + std::to_string(c.ms) + " " + c.logged + (c.away ? " away" : ""));
     fake_clock::start();
     trigger_init(c.type, 0);
     port.set_status(c.line ? 0x78 : 0x38);
     keys = c.keys;
     key2_at = c.key2_at;
+    if (c.signal) raise(SIGTERM);
+    if (c.away) alleg_timer_stop();
     const size_t at = log.text().size();
     EXPECT_EQ(trigger_wait(c.ms), c.result);
+    alleg_timer_cont(), signals_reset();
     const std::string t = log.text().substr(at);
-    EXPECT_GE(fake_clock::test_ms(), c.least_ms);
+    const uint64_t least_ns = static_cast<uint64_t>(c.least_ms) * 1000000u + (c.logged == kLate ? 1u : 0u);
+    EXPECT_GE(fake_clock::now_ns() - 1000000000u, least_ns);  // since the clock's start
     EXPECT_NE(t.find(c.logged), std::string::npos) << t;
-    EXPECT_EQ(t.find("stopped") != std::string::npos, std::string(c.logged) == "stopped") << t;
+    EXPECT_EQ(t.find("stopped") != std::string::npos, std::string(c.logged).rfind("stopped", 0) == 0) << t;
     EXPECT_TRUE(c.left < 0 || keys.size() == static_cast<size_t>(c.left)) << keys.size();
   }
+}
+
+// The box on LPT1 is polled with its data lines high: a warning when the
+// trigger output is there too.
+TEST_F(Trigger, AckInputOnTheTriggerOutputsPortIsWarnedAbout) {
+  trigger_init(TRIGGER_ACK, 0);
+  EXPECT_EQ(std::make_tuple(trigger_shares_port(1), trigger_shares_port(-1), trigger_shares_port(0)), std::make_tuple(0, 0, 1));
+  EXPECT_TRUE(log.has("warning: 0: trigger-input ack: the response box on LPT1 is polled"));
 }
 
 TEST_F(Trigger, UntimedAckWaitEndsOnlyWithTheLineOrAReadError) {
