@@ -14,30 +14,35 @@ using harness::contains;
 
 namespace {
 
-// Frequencies of the tones in the recording (unsigned 16-bit stereo,
-// 44.1 kHz), in the order they sound.
-std::vector<double> tones(const std::string& raw) {
-  std::vector<double> found;
+// The tones in the recording (signed 16-bit stereo, 44.1 kHz) in the order
+// they sound: where each begins (ms) and its frequency.
+struct tone {
+  double at_ms, hz;
+};
+std::vector<tone> tones(const std::string& raw) {
   const size_t frames = raw.size() / 4;
   auto left = [&](size_t i) {
-    return static_cast<int>(static_cast<uint8_t>(raw[4 * i]) | static_cast<uint8_t>(raw[4 * i + 1]) << 8) - 32768;
+    return static_cast<int16_t>(static_cast<uint8_t>(raw[4 * i]) | static_cast<uint8_t>(raw[4 * i + 1]) << 8);
   };
-  const size_t win = 441;
-  size_t start = 0;
+  std::vector<tone> found;
+  size_t start = 0, last = 0;
   bool in = false;
-  for (size_t i = 0; i + win < frames; i += win) {
-    int peak = 0;
-    for (size_t j = i; j < i + win; ++j) peak = std::max(peak, std::abs(left(j)));
-    if (peak > 2000 && !in) {
+  auto close = [&] {
+    int crossings = 0;
+    for (size_t j = start + 1; j <= last; ++j) crossings += (left(j - 1) < 0) != (left(j) < 0);
+    found.push_back({start * 1000.0 / 44100, crossings / 2.0 / (static_cast<double>(last - start) / 44100.0)});
+  };
+  for (size_t i = 0; i < frames; ++i) {
+    if (std::abs(left(i)) > 2000) {
+      if (!in) start = i;
       in = true;
-      start = i;
-    } else if (peak <= 2000 && in) {
+      last = i;
+    } else if (in && i - last > 441) {
       in = false;
-      int crossings = 0;
-      for (size_t j = start + 1; j < i; ++j) crossings += (left(j - 1) < 0) != (left(j) < 0);
-      found.push_back(crossings / 2.0 / (static_cast<double>(i - start) / 44100.0));
+      close();
     }
   }
+  if (in) close();
   return found;
 }
 
@@ -106,12 +111,14 @@ TEST_F(Crossmodal, ASessionIsShownHeardAnsweredAndCounted) {
   EXPECT_EQ(r1, 1);
   EXPECT_EQ(n3, 3);
   EXPECT_EQ(r3, 1);
-  // High, low, low.
-  const std::vector<double> f = tones(dir.read("sound.raw"));
+  // High, low, low, 3 s apart as scheduled.
+  const std::vector<tone> f = tones(dir.read("sound.raw"));
   ASSERT_EQ(f.size(), 3u);
-  EXPECT_NEAR(f[0], 1000, 60);
-  EXPECT_NEAR(f[1], 500, 40);
-  EXPECT_NEAR(f[2], 500, 40);
+  EXPECT_NEAR(f[0].hz, 1000, 60);
+  EXPECT_NEAR(f[1].hz, 500, 40);
+  EXPECT_NEAR(f[2].hz, 500, 40);
+  EXPECT_NEAR(f[1].at_ms - f[0].at_ms, 3000, 2);
+  EXPECT_NEAR(f[2].at_ms - f[1].at_ms, 3000, 2);
 }
 
 TEST_F(Crossmodal, XOnTheInstructionPageEndsTheRun) {
