@@ -1,6 +1,7 @@
 #include "platform/sound.h"
 
 #include <alsa/asoundlib.h>
+#include <dirent.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
@@ -14,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -26,14 +28,15 @@
 
 namespace {
 const unsigned kRate = 44100;
-const int kPeriods = 4;  // the device's buffer, in periods
 const int kDefaultPeriodUs = 2000;
+const int kDefaultBufferUs = 20000;
 // The latency is the largest write-ahead seen while the stream settles, plus
 // this margin for the thread's wake-up and the show call's own lateness.
 const double kMarginUs = 500;
-// The device must have played this long before start-up goes on; the
-// write-ahead is measured on until the first voice starts.
-const int kMeasureMs = 100;
+// The device must have played this long, within the wake-up time, before
+// start-up goes on; the write-ahead is measured on until the first voice
+// starts.
+const int kPlayedMs = 100, kWakeMs = 3000;
 // An observation of the device's delay that took longer than this (the
 // thread was preempted inside the call) is not used.
 const double kSlowCallUs = 300;
@@ -41,7 +44,7 @@ const double kSlowCallUs = 300;
 snd_pcm_t* pcm_ = nullptr;
 sound_mixer mixer_;
 sound_clock clock_;
-std::mutex clock_lock_;
+sound_lock clock_lock_;
 std::thread thread_;
 std::atomic<bool> quit_{false}, running_{false};
 std::atomic<unsigned long> underruns_{0};
@@ -56,6 +59,9 @@ bool exit_handler_ = false;
 
 // What the output thread got as priority, for the log.
 std::atomic<int> policy_{SCHED_OTHER}, priority_{0};
+// Threads the device's plugin started (a sound server's client): the
+// stream waits on them, so they run at the output thread's priority.
+std::vector<pid_t> device_threads_;
 
 // ALSA's own messages go to the log; those raised on the output thread wait
 // for the main thread.
@@ -112,6 +118,29 @@ int fail(char* reason, int size, const char* what, int err) {
 // top real-time priority where allowed, else the lowest nice value. The
 // priority classes of the program are set for every thread of the process;
 // the thread takes its own back when one of them replaced it.
+std::vector<pid_t> threads() {
+  std::vector<pid_t> tids;
+  if (DIR* d = opendir("/proc/self/task")) {
+    while (dirent* e = readdir(d))
+      if (const pid_t tid = static_cast<pid_t>(atoi(e->d_name))) tids.push_back(tid);
+    closedir(d);
+  }
+  std::sort(tids.begin(), tids.end());
+  return tids;
+}
+
+void raise_device_threads() {
+  for (pid_t tid : device_threads_) {
+    if (policy_ == SCHED_FIFO) {
+      sched_param sp{};
+      sp.sched_priority = priority_;
+      sched_setscheduler(tid, SCHED_FIFO, &sp);
+    } else {
+      setpriority(PRIO_PROCESS, static_cast<id_t>(tid), priority_);
+    }
+  }
+}
+
 void raise_priority() {
   sched_param sp{};
   const int top = sched_get_priority_max(SCHED_FIFO);
@@ -123,6 +152,7 @@ void raise_priority() {
   if (limit > 0 && pthread_setschedparam(pthread_self(), SCHED_FIFO, &sp) == 0) {
     policy_ = SCHED_FIFO;
     priority_ = limit;
+    raise_device_threads();
     return;
   }
   const id_t tid = static_cast<id_t>(syscall(SYS_gettid));
@@ -134,6 +164,7 @@ void raise_priority() {
   if (errno == 0 && lowest < now) setpriority(PRIO_PROCESS, tid, lowest);
   policy_ = SCHED_OTHER;
   priority_ = getpriority(PRIO_PROCESS, tid);
+  raise_device_threads();
 }
 
 void keep_priority() {
@@ -142,11 +173,17 @@ void keep_priority() {
     raise_priority();
 }
 
+// Observations still to leave out after the stream started again: the
+// device's first delays then are not yet its own.
+int settling_ = 0;
+const int kSettlingPeriods = 25;
+
 void recover(int err) {
   if (err == -EPIPE || err == -ESTRPIPE) ++underruns_;
+  settling_ = kSettlingPeriods;
   if (snd_pcm_recover(pcm_, err, 1) < 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   // The frames queued were dropped: the clock starts again.
-  std::lock_guard<std::mutex> g(clock_lock_);
+  std::lock_guard<sound_lock> g(clock_lock_);
   clock_.reset(rate_, static_cast<unsigned>(period_));
   if (!paced_) clock_.observe(mixer_.next(), now_us());
 }
@@ -158,14 +195,24 @@ void observe_device() {
   const double before = now_us();
   const int r = snd_pcm_delay(pcm_, &delay);
   const double after = now_us();
-  if (r < 0 || after - before > kSlowCallUs) return;
-  std::lock_guard<std::mutex> g(clock_lock_);
+  if (r < 0 || delay < 0 || after - before > kSlowCallUs) return;
+  if (settling_ > 0) {
+    --settling_;
+    return;
+  }
+  std::lock_guard<sound_lock> g(clock_lock_);
   clock_.observe(mixer_.next() - delay, (before + after) / 2);
 }
 
+// The device is open without blocking: a write it cannot take yet waits
+// for room, a short while at a time, so that the thread can always stop.
 void write_frames(const int16_t* data, snd_pcm_uframes_t frames) {
   while (frames > 0 && !quit_) {
     const snd_pcm_sframes_t n = snd_pcm_writei(pcm_, data, frames);
+    if (n == -EAGAIN) {
+      snd_pcm_wait(pcm_, 10);
+      continue;
+    }
     if (n < 0) {
       recover(static_cast<int>(n));
       continue;
@@ -178,7 +225,7 @@ void write_frames(const int16_t* data, snd_pcm_uframes_t frames) {
 void note_ahead() {
   double t;
   {
-    std::lock_guard<std::mutex> g(clock_lock_);
+    std::lock_guard<sound_lock> g(clock_lock_);
     if (!clock_.ready()) return;
     t = clock_.time_of(mixer_.next());
   }
@@ -188,52 +235,60 @@ void note_ahead() {
   }
 }
 
-// Mixes and writes one period whenever the device has room for it; a device
-// that keeps no time of its own (a file) is paced by CLOCK_MONOTONIC.
+void mix_and_write(std::vector<int16_t>& buf) {
+  mixer_.mix(buf.data(), static_cast<unsigned>(period_));
+  note_ahead();
+  write_frames(buf.data(), period_);
+}
+
+// Mixes and writes as many periods as the device has room for; a device
+// that keeps no time of its own (a file) is paced by CLOCK_MONOTONIC. The
+// device's signal that it has room may come late (a sound server's), so
+// the thread also looks every period.
 void output_loop() {
   raise_priority();
   std::vector<int16_t> buf(2 * period_);
+  const int wait_ms = std::max(1, static_cast<int>(period_ * 1000 / rate_));
   for (long n = 1; !quit_; ++n) {
     if (n % 64 == 0) keep_priority();
-    if (paced_) {
-      const int w = snd_pcm_wait(pcm_, 20);
-      if (w < 0) {
-        recover(w);
-        continue;
-      }
-      const snd_pcm_sframes_t avail = snd_pcm_avail_update(pcm_);
-      if (avail < 0) {
-        recover(static_cast<int>(avail));
-        continue;
-      }
-      if (static_cast<snd_pcm_uframes_t>(avail) < period_) continue;
-      observe_device();
-    } else {
+    if (!paced_) {
       double due;
       {
-        std::lock_guard<std::mutex> g(clock_lock_);
+        std::lock_guard<sound_lock> g(clock_lock_);
         due = clock_.time_of(mixer_.next() - static_cast<int64_t>(buffer_));
       }
       timespec ts;
       ts.tv_sec = static_cast<time_t>(due / 1e6);
-      ts.tv_nsec = static_cast<long>((due - ts.tv_sec * 1e6) * 1e3);
-      if (ts.tv_nsec < 0) ts.tv_nsec = 0;
-      if (ts.tv_nsec > 999999999) ts.tv_nsec = 999999999;
+      ts.tv_nsec = std::clamp(static_cast<long>((due - ts.tv_sec * 1e6) * 1e3), 0L, 999999999L);
       clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr);
+      mix_and_write(buf);
+      continue;
     }
-    mixer_.mix(buf.data(), static_cast<unsigned>(period_));
-    note_ahead();
-    write_frames(buf.data(), period_);
+    const int w = snd_pcm_wait(pcm_, wait_ms);
+    if (w < 0) {
+      recover(w);
+      continue;
+    }
+    const snd_pcm_sframes_t avail = snd_pcm_avail_update(pcm_);
+    if (avail < 0) {
+      recover(static_cast<int>(avail));
+      continue;
+    }
+    if (static_cast<snd_pcm_uframes_t>(avail) < period_) continue;
+    observe_device();
+    for (snd_pcm_uframes_t k = static_cast<snd_pcm_uframes_t>(avail) / period_; k > 0 && !quit_; --k)
+      mix_and_write(buf);
   }
 }
 
-int set_params(const char* device, unsigned period_us, char* reason, int size) {
+int set_params(const char* device, unsigned period_us, unsigned buffer_us, char* reason, int size) {
   snd_pcm_hw_params_t* hw;
   snd_pcm_hw_params_alloca(&hw);
   int err;
   unsigned rate = kRate;
   snd_pcm_uframes_t period = std::max<snd_pcm_uframes_t>(16, kRate * static_cast<unsigned long>(period_us) / 1000000);
-  snd_pcm_uframes_t buffer = period * kPeriods;
+  snd_pcm_uframes_t buffer =
+      std::max<snd_pcm_uframes_t>(2 * period, kRate * static_cast<unsigned long>(buffer_us) / 1000000);
   if ((err = snd_pcm_hw_params_any(pcm_, hw)) < 0 ||
       (err = snd_pcm_hw_params_set_access(pcm_, hw, SND_PCM_ACCESS_RW_INTERLEAVED)) < 0 ||
       (err = snd_pcm_hw_params_set_format(pcm_, hw, SND_PCM_FORMAT_S16_LE)) < 0 ||
@@ -265,12 +320,17 @@ int prime(const char* device, char* reason, int size) {
   const double start = now_us();
   const snd_pcm_sframes_t n = snd_pcm_writei(pcm_, silence.data(), buffer_);
   if (n < 0) return fail(reason, size, device, static_cast<int>(n));
+  // What it did not take yet follows once it has room.
+  if (static_cast<snd_pcm_uframes_t>(n) < buffer_) {
+    quit_ = false;
+    write_frames(silence.data() + 2 * n, buffer_ - static_cast<snd_pcm_uframes_t>(n));
+  }
   snd_pcm_sframes_t delay = 0;
   const snd_pcm_sframes_t avail = snd_pcm_avail_update(pcm_);
   if (snd_pcm_delay(pcm_, &delay) < 0) delay = 0;
   paced_ = !(avail >= static_cast<snd_pcm_sframes_t>(buffer_) && delay <= 0);
   if (!paced_) {
-    std::lock_guard<std::mutex> g(clock_lock_);
+    std::lock_guard<sound_lock> g(clock_lock_);
     clock_.observe(0, start);
   }
   return 0;
@@ -287,12 +347,24 @@ int sound_open(char* reason, int size) {
     alleg_warning("sound-period-us %d is outside 250..100000: using %d", period_us, kDefaultPeriodUs);
     period_us = kDefaultPeriodUs;
   }
-  const int err = snd_pcm_open(&pcm_, device, SND_PCM_STREAM_PLAYBACK, 0);
+  int buffer_us = config_int("sound-buffer-us", kDefaultBufferUs);
+  if (buffer_us < 2 * period_us || buffer_us > 1000000) {
+    alleg_warning("sound-buffer-us %d is outside two periods..1000000: using %d", buffer_us,
+                  std::max(kDefaultBufferUs, 2 * period_us));
+    buffer_us = std::max(kDefaultBufferUs, 2 * period_us);
+  }
+  const std::vector<pid_t> before_open = threads();
+  const int err = snd_pcm_open(&pcm_, device, SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK);
+  device_threads_.clear();
+  const std::vector<pid_t> after_open = threads();
+  std::set_difference(after_open.begin(), after_open.end(), before_open.begin(), before_open.end(),
+                      std::back_inserter(device_threads_));
   if (err < 0) {
     pcm_ = nullptr;
     return fail(reason, size, device, err);
   }
-  if (set_params(device, static_cast<unsigned>(period_us), reason, size) != 0) return -1;
+  if (set_params(device, static_cast<unsigned>(period_us), static_cast<unsigned>(buffer_us), reason, size) != 0)
+    return -1;
   mixer_.reset(rate_);
   clock_.reset(rate_, static_cast<unsigned>(period_));
   if (prime(device, reason, size) != 0) return -1;
@@ -300,16 +372,15 @@ int sound_open(char* reason, int size) {
   quit_ = false;
   max_ahead_us_ = 0;
   thread_ = std::thread(output_loop);
-  // The latency is measured while the stream settles.
+  // A sound server may take a while to wake its output.
   const int64_t before = mixer_.next();
-  std::this_thread::sleep_for(std::chrono::milliseconds(kMeasureMs));
-  bool ready;
-  {
-    std::lock_guard<std::mutex> g(clock_lock_);
-    ready = clock_.ready();
+  bool ready = false;
+  for (int waited = 0; waited < kWakeMs && !ready; waited += 10) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::lock_guard<sound_lock> g(clock_lock_);
+    ready = clock_.ready() && mixer_.next() - before >= static_cast<int64_t>(rate_) * kPlayedMs / 1000;
   }
-  const double played = static_cast<double>(mixer_.next() - before) / rate_;
-  if (!ready || played < kMeasureMs / 2000.0) {
+  if (!ready) {
     sound_close();
     snprintf(reason, static_cast<size_t>(size), "%s: the device does not play", device);
     return -1;
@@ -385,13 +456,13 @@ long sound_start(int voice, unsigned long long due_us) {
   const double wanted = due_us ? static_cast<double>(alleg_system_us_at(due_us)) + latency : 0;
   int64_t frame = 0;
   if (due_us) {
-    std::lock_guard<std::mutex> g(clock_lock_);
+    std::lock_guard<sound_lock> g(clock_lock_);
     frame = clock_.frame_at(wanted);
   }
   const int64_t got = mixer_.start(voice, frame);
   double t;
   {
-    std::lock_guard<std::mutex> g(clock_lock_);
+    std::lock_guard<sound_lock> g(clock_lock_);
     t = clock_.time_of(got);
   }
   onset_[voice] = alleg_utimer_at(static_cast<unsigned long long>(std::llround(t)));
@@ -403,7 +474,7 @@ int sound_position(int voice) {
   if (!running_) return -1;
   int64_t heard;
   {
-    std::lock_guard<std::mutex> g(clock_lock_);
+    std::lock_guard<sound_lock> g(clock_lock_);
     heard = clock_.frame_at(now_us());
   }
   return mixer_.position(voice, heard);

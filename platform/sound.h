@@ -10,7 +10,7 @@
 struct SAMPLE;
 
 // Opens "sound-device" (default "default") with a period of
-// "sound-period-us", starts the output thread, measures the latency and
+// "sound-period-us" and a buffer of "sound-buffer-us", starts the output thread, measures the latency and
 // logs device, rate, period, buffer and latency. -1 with the reason in
 // `reason` when there is no device or it cannot be opened or run.
 int sound_open(char* reason, int size);

@@ -6,59 +6,83 @@
 #include <cmath>
 
 namespace {
-// Loop bandwidths (Hz): wide while the clock settles, then narrow.
-const double kSettleHz = 4, kTrackHz = 0.5;
-const long kSettleObservations = 250;
-// An observation this far off the line breaks it (µs).
+// The time constant of the fit, and how far an observation may lie off the
+// line before the line is taken as broken (µs).
+const double kMemoryS = 1;
 const double kBreakUs = 4000;
-
-double loop_omega(double hz, unsigned period, double us_per_frame) {
-  return 2 * M_PI * hz * period * us_per_frame * 1e-6;
-}
+// The slope is fitted once the observations span this much (frames of
+// 1 s at the nominal rate); before, the nominal rate holds. A real device
+// is within 0.1 % of its rate.
+const double kSlopeSpanS = 0.5;
+const double kMaxSlope = 1e-3;
 }  // namespace
 
+sound_lock::sound_lock() {
+  pthread_mutexattr_t a;
+  pthread_mutexattr_init(&a);
+  pthread_mutexattr_setprotocol(&a, PTHREAD_PRIO_INHERIT);
+  pthread_mutex_init(&m_, &a);
+  pthread_mutexattr_destroy(&a);
+}
+sound_lock::~sound_lock() { pthread_mutex_destroy(&m_); }
+
 void sound_clock::reset(double rate, unsigned period) {
-  nominal_us_ = us_per_frame_ = 1e6 / rate;
-  period_ = period ? period : 1;
-  ready_ = false;
-  count_ = 0;
+  nominal_us_ = 1e6 / rate;
+  keep_ = 1 - (period ? period : 1) / (kMemoryS * rate);
+  n_ = 0;
+  s0_ = sx_ = sxx_ = sy_ = sxy_ = 0;
+  offset_ = slope_ = 0;
 }
 
 bool sound_clock::observe(int64_t frame, double t_us) {
-  if (!ready_) {
-    f1_ = frame;
-    t1_ = t_us;
-    us_per_frame_ = nominal_us_;
-    ready_ = true;
-    count_ = 1;
-    return true;
+  bool on_line = true;
+  if (n_ > 0 && std::fabs(t_us - time_of(frame)) > kBreakUs) {
+    n_ = 0;
+    s0_ = sx_ = sxx_ = sy_ = sxy_ = 0;
+    offset_ = slope_ = 0;
+    on_line = false;
   }
-  const double predicted = time_of(frame);
-  const double e = t_us - predicted;
-  if (std::fabs(e) > kBreakUs) {
-    ready_ = false;
-    observe(frame, t_us);
-    return false;
+  if (n_ == 0) {
+    f0_ = frame;
+    t0_ = t_us;
   }
-  // Adriaensen's DLL: the moment moves by b·e, the period by c·e.
-  const double w = loop_omega(count_ < kSettleObservations ? kSettleHz : kTrackHz, period_, nominal_us_);
-  const double b = std::sqrt(2.0) * w, c = w * w;
-  t1_ = predicted + b * e;
-  f1_ = frame;
-  us_per_frame_ += c * e / period_;
-  // A real device is within 0.5 % of its rate; a loop that strays further
-  // is not following one.
-  us_per_frame_ = std::clamp(us_per_frame_, nominal_us_ * 0.995, nominal_us_ * 1.005);
-  ++count_;
-  return true;
+  // Move the origin to this observation: x' = x - d, and t0 moves by d
+  // nominal frames, so that y keeps its value.
+  const double d = static_cast<double>(frame - f0_);
+  sxy_ -= d * sy_;
+  sxx_ += d * d * s0_ - 2 * d * sx_;
+  sx_ -= d * s0_;
+  f0_ = frame;
+  t0_ += d * nominal_us_;
+  const double y = t_us - t0_;
+  s0_ = s0_ * keep_ + 1;
+  sx_ *= keep_;
+  sxx_ *= keep_;
+  sy_ = sy_ * keep_ + y;
+  sxy_ *= keep_;
+  ++n_;
+  fit();
+  return on_line;
+}
+
+void sound_clock::fit() {
+  const double mean_x = sx_ / s0_, var_x = sxx_ / s0_ - mean_x * mean_x;
+  const double span = 1e6 / nominal_us_ * kSlopeSpanS;
+  slope_ = 0;
+  if (var_x > span * span / 12) {
+    const double ppm = (sxy_ / s0_ - mean_x * sy_ / s0_) / var_x / nominal_us_;
+    slope_ = std::clamp(ppm, -kMaxSlope, kMaxSlope) * nominal_us_;
+  }
+  offset_ = (sy_ - slope_ * sx_) / s0_;
 }
 
 double sound_clock::time_of(int64_t frame) const {
-  return t1_ + static_cast<double>(frame - f1_) * us_per_frame_;
+  const double x = static_cast<double>(frame - f0_);
+  return t0_ + x * nominal_us_ + offset_ + slope_ * x;
 }
 
 int64_t sound_clock::frame_at(double t_us) const {
-  return f1_ + static_cast<int64_t>(std::ceil((t_us - t1_) / us_per_frame_ - 1e-6));
+  return f0_ + static_cast<int64_t>(std::ceil((t_us - t0_ - offset_) / (nominal_us_ + slope_) - 1e-6));
 }
 
 void sound_frame(const SAMPLE* s, unsigned long i, int& left, int& right) {
@@ -77,7 +101,7 @@ void sound_frame(const SAMPLE* s, unsigned long i, int& left, int& right) {
 sound_mixer::sound_mixer(unsigned rate) : rate_(rate ? rate : 44100) {}
 
 void sound_mixer::reset(unsigned rate) {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   rate_ = rate ? rate : 44100;
   next_ = 0;
   for (voice& v : voices_) v = voice{};
@@ -85,7 +109,7 @@ void sound_mixer::reset(unsigned rate) {
 
 int sound_mixer::allocate(const SAMPLE* s) {
   if (!s || !s->data || s->freq <= 0 || (s->bits != 8 && s->bits != 16)) return -1;
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   for (int i = 0; i < kVoices; ++i) {
     if (voices_[i].reserved) continue;
     voice& v = voices_[i];
@@ -99,24 +123,24 @@ int sound_mixer::allocate(const SAMPLE* s) {
 }
 
 void sound_mixer::deallocate(int v) {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   if (valid(v)) voices_[v] = voice{};
 }
 
 void sound_mixer::release(int v) {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   if (!valid(v)) return;
   if (voices_[v].started) voices_[v].released = true;
   else voices_[v] = voice{};
 }
 
 void sound_mixer::set_volume(int v, int volume) {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   if (valid(v)) voices_[v].volume = std::clamp(volume, 0, 255);
 }
 
 int64_t sound_mixer::start(int v, int64_t frame) {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   if (!valid(v)) return -1;
   voice& x = voices_[v];
   x.start = std::max(frame, next_);
@@ -128,12 +152,12 @@ int64_t sound_mixer::start(int v, int64_t frame) {
 }
 
 void sound_mixer::stop(int v) {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   if (valid(v)) voices_[v].started = false;
 }
 
 int sound_mixer::position(int v, int64_t heard) const {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   if (!valid(v) || !voices_[v].started) return -1;
   const voice& x = voices_[v];
   if (heard < x.start) return 0;
@@ -143,18 +167,18 @@ int sound_mixer::position(int v, int64_t heard) const {
 }
 
 int64_t sound_mixer::end(int v) const {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   return valid(v) && voices_[v].ended ? voices_[v].end : 0;
 }
 
 void sound_mixer::forget(const SAMPLE* s) {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   for (voice& v : voices_)
     if (v.reserved && v.sample == s) v.started = false;
 }
 
 int64_t sound_mixer::next() const {
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   return next_;
 }
 
@@ -192,7 +216,7 @@ void sound_mixer::mix_voice(voice& v, int32_t* acc, unsigned frames) {
 
 void sound_mixer::mix(int16_t* out, unsigned frames) {
   int32_t acc[2 * 1024];
-  std::lock_guard<std::mutex> g(lock_);
+  std::lock_guard<sound_lock> g(lock_);
   while (frames > 0) {
     const unsigned n = std::min(frames, 1024u);
     std::fill(acc, acc + 2 * n, 0);

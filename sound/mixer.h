@@ -4,16 +4,36 @@
 // The output thread (platform/sound) feeds both; tests feed them a fake
 // device.
 #pragma once
+#include <pthread.h>
+
 #include <cstdint>
 #include <mutex>
 
 struct SAMPLE;
 
+// A mutex that lends its holder the priority of a thread waiting for it, so
+// that the output thread never waits for the main thread while something
+// else runs (priority inheritance). Usable with std::lock_guard.
+class sound_lock {
+ public:
+  sound_lock();
+  ~sound_lock();
+  sound_lock(const sound_lock&) = delete;
+  sound_lock& operator=(const sound_lock&) = delete;
+  void lock() { pthread_mutex_lock(&m_); }
+  void unlock() { pthread_mutex_unlock(&m_); }
+
+ private:
+  pthread_mutex_t m_;
+};
+
 // Frames of the stream against CLOCK_MONOTONIC (µs), from one observation
 // per period of the frame leaving the device at a moment. The observations
-// jitter (scheduling, the device's pointer steps); a second-order delay-
-// locked loop smooths them and follows the device's own rate, so that a
-// frame's moment is known to a few µs once it has settled.
+// jitter (scheduling, the device's pointer steps, a sound server's estimate
+// that it corrects only now and then); a straight line fitted to them by
+// least squares, the older ones weighing less (a time constant of 1 s),
+// follows the device's own rate and averages the jitter away, so that a
+// frame's moment is known to a few µs once some seconds have passed.
 class sound_clock {
  public:
   // rate: the stream's nominal frames per second; period: frames between
@@ -23,21 +43,23 @@ class sound_clock {
   // observation was far off the line (the stream was broken, an underrun):
   // the clock then starts again from it.
   bool observe(int64_t frame, double t_us);
-  bool ready() const { return ready_; }
+  bool ready() const { return n_ > 0; }
   // When frame leaves the device; the first frame leaving at or after t_us.
   double time_of(int64_t frame) const;
   int64_t frame_at(double t_us) const;
   // The device's rate as measured (frames per second of CLOCK_MONOTONIC).
-  double rate() const { return 1e6 / us_per_frame_; }
+  double rate() const { return 1e6 / (nominal_us_ + slope_); }
 
  private:
+  void fit();
   double nominal_us_ = 1e6 / 44100;
-  unsigned period_ = 1;
-  bool ready_ = false;
-  long count_ = 0;
-  int64_t f1_ = 0;  // the frame of the last observation
-  double t1_ = 0;   // its smoothed moment
-  double us_per_frame_ = 1e6 / 44100;
+  double keep_ = 1;  // weight kept by the older observations at each new one
+  long n_ = 0;
+  // Around the newest observation: x = frame - f0_, y = t - t0_ - x·nominal.
+  int64_t f0_ = 0;
+  double t0_ = 0;
+  double s0_ = 0, sx_ = 0, sxx_ = 0, sy_ = 0, sxy_ = 0;
+  double offset_ = 0, slope_ = 0;  // the fitted line: y = offset + slope·x
 };
 
 // Voices of Allegro SAMPLEs (8 or 16 bit, mono or stereo, any rate) mixed
@@ -87,7 +109,7 @@ class sound_mixer {
   bool valid(int v) const { return v >= 0 && v < kVoices && voices_[v].reserved; }
   void mix_voice(voice& v, int32_t* acc, unsigned frames);
 
-  mutable std::mutex lock_;
+  mutable sound_lock lock_;
   unsigned rate_;
   int64_t next_ = 0;
   voice voices_[kVoices];
