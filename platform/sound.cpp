@@ -274,7 +274,14 @@ void output_loop() {
       recover(static_cast<int>(avail));
       continue;
     }
-    if (static_cast<snd_pcm_uframes_t>(avail) < period_) continue;
+    if (static_cast<snd_pcm_uframes_t>(avail) < period_) {
+      // Woken before there is room (a plugin's signal may come early): sleep
+      // until there should be, never spinning at this priority, which
+      // would starve the device's own threads.
+      const long us = std::max(200L, static_cast<long>((period_ - avail) * 1000000 / rate_));
+      std::this_thread::sleep_for(std::chrono::microseconds(us));
+      continue;
+    }
     observe_device();
     for (snd_pcm_uframes_t k = static_cast<snd_pcm_uframes_t>(avail) / period_; k > 0 && !quit_; --k)
       mix_and_write(buf);

@@ -61,7 +61,7 @@ if [ ! -x build/ixmod ] || [ ! -x build/ixmod_soundcheck ]; then
   exit 0
 fi
 
-if ! pulse_start "$work" "$rate" default; then
+if ! pulse_start "$work" "$rate"; then
   row "sound onset - schedule" "not measured: no paced output (the sound server did not start)"
   exit 0
 fi

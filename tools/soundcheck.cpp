@@ -154,8 +154,24 @@ int main(int argc, char** argv) {
   for (const onset& o : tones) found.push_back(static_cast<double>(o.start));
   double min_gap = 1e300;
   for (size_t i = 1; i < scheduled.size(); ++i) min_gap = std::min(min_gap, std::abs(scheduled[i] - scheduled[i - 1]));
+  min_gap = std::max(min_gap, 0.002 * p.rate);
   const double tolerance = std::min(min_gap / 3, 0.1 * p.rate);
-  const onset_pairing pairing = pair_onsets(scheduled, found, tolerance);
+  onset_pairing pairing = pair_onsets(scheduled, found, tolerance);
+  // The recording runs at the device's rate, which may be some hundred ppm
+  // off: over a minute more than the tolerance. The pairs found near the
+  // anchor give the rate, and the tones are paired again on that scale.
+  for (int pass = 0; pass < 3; ++pass) {
+    std::vector<double> x, y;
+    for (size_t i = 0; i < scheduled.size(); ++i)
+      if (pairing.found_for[i] >= 0) {
+        x.push_back(scheduled[i]);
+        y.push_back(found[static_cast<size_t>(pairing.found_for[i])] - scheduled[i]);
+      }
+    const double rate = 1 + remove_line(x, y);
+    std::vector<double> scaled;
+    for (double t : scheduled) scaled.push_back(t * rate);
+    pairing = pair_onsets(scaled, found, tolerance);
+  }
 
   // The pitch of a found tone (Hz, to 50 Hz): zero crossings of its first
   // 10 ms on the first channel.
