@@ -114,10 +114,6 @@ int fail(char* reason, int size, const char* what, int err) {
   return -1;
 }
 
-// The output thread takes the highest priority the process may have: the
-// top real-time priority where allowed, else the lowest nice value. The
-// priority classes of the program are set for every thread of the process;
-// the thread takes its own back when one of them replaced it.
 std::vector<pid_t> threads() {
   std::vector<pid_t> tids;
   if (DIR* d = opendir("/proc/self/task")) {
@@ -141,6 +137,10 @@ void raise_device_threads() {
   }
 }
 
+// The output thread takes the highest priority the process may have: the
+// top real-time priority where allowed, else the lowest nice value. The
+// priority classes of the program are set for every thread of the process;
+// the thread takes its own back when one of them replaced it.
 void raise_priority() {
   sched_param sp{};
   const int top = sched_get_priority_max(SCHED_FIFO);
