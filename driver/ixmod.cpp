@@ -131,6 +131,7 @@ int ixmod_main(int argc, char** argv) {
   if (files_init() != 0) return -1;
   if (alleg_init(1) != 0) return -1;
   if (config_init() != 0) return -1;
+  if (alleg_sound_init() != 0) return -1;
   const int rate = config_int("screen-rate", 60);
   const int height = config_int("screen-height", 768);
   const int width = config_int("screen-width", 1024);

@@ -14,6 +14,7 @@
 namespace {
 long minreak_ = 100;
 long maxreak_ = 5000;
+unsigned long long show_due_ = 0;
 
 const int kToken = 200;
 
@@ -25,6 +26,8 @@ long stim_minreak() { return minreak_; }
 void stim_minreak(long ms) { minreak_ = ms; }
 long stim_maxreak() { return maxreak_; }
 void stim_maxreak(long ms) { maxreak_ = ms; }
+unsigned long long stim_show_due() { return show_due_; }
+void stim_show_due(unsigned long long us) { show_due_ = us; }
 
 void stim_assign(char*& field, const char* text) {
   free(field);

@@ -9,6 +9,11 @@ long stim_minreak();
 void stim_minreak(long ms);
 long stim_maxreak();
 void stim_maxreak(long ms);
+// The due time (test clock, µs) of the show action the block is carrying
+// out, 0 outside one. A stimulus whose onset a device places (a sound
+// voice) places it from here, not from the moment show() was called.
+unsigned long long stim_show_due();
+void stim_show_due(unsigned long long us);
 
 class stim {
  public:

@@ -255,7 +255,10 @@ int stimuli::run(long start) {
           s->info();
         }
         wav_voice_started();
-        if (s->show() != 0) return -1;
+        stim_show_due(static_cast<uint64_t>(due) * 1000u);
+        const int shown = s->show();
+        stim_show_due(0);
+        if (shown != 0) return -1;
         tr.done_us = alleg_get_utimer();
         tr.voice_us = wav_voice_started();
         slot& sl = s->kritisch > 0 ? kritisch_ : s->kritisch == 0 ? fang_ : nicht_kr_;

@@ -13,6 +13,7 @@
 #include "platform/font.h"
 #include "platform/priority.h"
 #include "platform/signals.h"
+#include "platform/sound.h"
 #include "platform/timer.h"
 #include "platform/utf8.h"
 #include "services/config.h"
@@ -23,6 +24,7 @@ int log_flag_ = 1;
 int exit_code_ = -1;
 int gfx_depth_ = 0;
 int sound_flag_ = 0;
+int want_sound_ = 0;
 FONT* old_font_ = nullptr;
 DATAFILE* custom_font_ = nullptr;
 BITMAP* backup_ = nullptr;
@@ -42,10 +44,6 @@ void restore_display_at_exit() {
   display_exit();
 }
 
-// Allegro reports success even when it found no digital driver at all.
-bool sound_installed(int driver) {
-  return install_sound(driver, MIDI_NONE, nullptr) == 0 && digi_driver && digi_driver->id != DIGI_NONE;
-}
 }  // namespace
 
 int alleg_init(int with_sound) {
@@ -81,14 +79,7 @@ int alleg_init(int with_sound) {
   if (alleg_rdtsc_init() != 0) return -1;
   alleg_timer_cont();
   if (install_mouse() == -1 && poll_mouse() != 0) fputs("Warning: no mouse found.\n", stderr);
-  if (with_sound) {
-    if (!sound_installed(DIGI_ALSA) && !sound_installed(DIGI_AUTODETECT)) {
-      if (!*allegro_error) snprintf(allegro_error, ALLEGRO_ERROR_SIZE, "no digital sound driver");
-      fatal("install_sound");
-      return -1;
-    }
-    sound_flag_ = 1;
-  }
+  want_sound_ = with_sound;
   datafile_init();
   custom_font_ = datafile_object("ARIAL_PCX");
   if (custom_font_) {
@@ -101,6 +92,16 @@ int alleg_init(int with_sound) {
   GFX_MODE_LIST* modes = get_gfx_mode_list(GFX_XWINDOWS_FULLSCREEN);
   if (modes) destroy_gfx_mode_list(modes);
   else alleg_warning("could not determine graphics modes");
+  return 0;
+}
+
+int alleg_sound_init() {
+  if (!want_sound_ || sound_flag_) return 0;
+  if (sound_open(allegro_error, ALLEGRO_ERROR_SIZE) != 0) {
+    fatal("install_sound");
+    return -1;
+  }
+  sound_flag_ = 1;
   return 0;
 }
 
@@ -225,7 +226,7 @@ void alleg_exit() {
   remove_joystick();
   remove_keyboard();
   remove_mouse();
-  remove_sound();
+  sound_close();
   remove_sound_input();
   alleg_timer_remove();
   remove_timer();

@@ -6,6 +6,10 @@ struct BITMAP;
 struct FONT;
 
 int alleg_init(int with_sound);
+// Starts the sound output when alleg_init was asked for sound; it reads its
+// device and period from the configuration, so it follows config_init.
+// Fails like the library's install_sound: "install_sound" in the log.
+int alleg_sound_init();
 int alleg_gfx(int depth, int width, int height, int min_width, int min_height, int rate);
 // The centred drawing area, or the whole screen when there is none.
 BITMAP* getscreen();

@@ -157,12 +157,23 @@ unsigned long long alleg_system_us() {
   return static_cast<unsigned long long>(ts.tv_sec) * 1000000ull + static_cast<unsigned long long>(ts.tv_nsec) / 1000;
 }
 
-unsigned long long alleg_utimer_at(unsigned long long system_us) {
+namespace {
+// The test clock minus CLOCK_MONOTONIC now (µs).
+long long clock_distance() {
   const unsigned long long before = alleg_system_us();
   const unsigned long long test = alleg_get_utimer();
   const unsigned long long after = alleg_system_us();
-  const long long distance = static_cast<long long>(test) - static_cast<long long>(before + (after - before) / 2);
-  const long long at = static_cast<long long>(system_us) + distance;
+  return static_cast<long long>(test) - static_cast<long long>(before + (after - before) / 2);
+}
+}  // namespace
+
+unsigned long long alleg_utimer_at(unsigned long long system_us) {
+  const long long at = static_cast<long long>(system_us) + clock_distance();
+  return at > 0 ? static_cast<unsigned long long>(at) : 0;
+}
+
+unsigned long long alleg_system_us_at(unsigned long long test_us) {
+  const long long at = static_cast<long long>(test_us) - clock_distance();
   return at > 0 ? static_cast<unsigned long long>(at) : 0;
 }
 

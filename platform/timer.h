@@ -32,6 +32,8 @@ unsigned long long alleg_system_us();
 // two clocks now. The test clock keeps CLOCK_MONOTONIC's pace while it
 // runs, so the moment may lie a while before or after now.
 unsigned long long alleg_utimer_at(unsigned long long system_us);
+// Its inverse: the CLOCK_MONOTONIC moment (µs) of a test clock reading.
+unsigned long long alleg_system_us_at(unsigned long long test_us);
 unsigned long long alleg_get_utimer();
 // Stops nest: each alleg_timer_stop is taken back by one alleg_timer_cont,
 // and the clock runs again when none is left. The result is the number of

@@ -26,8 +26,8 @@ on_display() {
 
 started=$(date +%s)
 echo "ixmod timing benchmark, $(nproc) cores, $(uname -sr)"
-if pulse_start "$work" 44100 512x4; then
-  echo "sound output: a private PulseAudio null sink (paced), fragments 512x4"
+if pulse_start "$work" 44100; then
+  echo "sound output: a private PulseAudio null sink (paced)"
 else
   printf 'pcm.!default { type file slave.pcm "null" file "%s/sound.raw" format "raw" }\n' "$work" >"$work/.asoundrc"
   export HOME="$work"

@@ -164,7 +164,7 @@ int swav_init(int n, char** names) {
   silence_ = sample_object("stille.wav");
   if (silence_) {
     const int voice = wav_voices().allocate(static_cast<SAMPLE*>(silence_->dat));
-    if (voice != -1) wav_voices().start(voice);
+    if (voice != -1) wav_voices().start(voice, 0);
   }
 
   if (!registered_) {
@@ -176,6 +176,7 @@ int swav_init(int n, char** names) {
 
 void swav_done() {
   for (int i = 0; i < count_; ++i) {
+    if (samples_[i] && wav_voices().forget) wav_voices().forget(samples_[i]);
     if (objects_[i])
       unload_datafile_object(objects_[i]);
     else if (samples_[i])
@@ -186,8 +187,10 @@ void swav_done() {
   samples_ = nullptr;
   objects_ = nullptr;
   count_ = 0;
-  // Freeing the silence ends its voice.
-  if (silence_) unload_datafile_object(silence_);
+  if (silence_) {
+    if (wav_voices().forget) wav_voices().forget(static_cast<SAMPLE*>(silence_->dat));
+    unload_datafile_object(silence_);
+  }
   silence_ = nullptr;
   if (list_file_) fclose(list_file_);
   list_file_ = nullptr;
@@ -274,11 +277,8 @@ long swav::showtime() const { return 4; }
 int swav::prepare() {
   sample = nullptr;  // a table sample is never wav's to free
   if (wav::prepare() != 0) return -1;
-  if (sample) {
-    // A file named on the line is loaded by wav, but the table entry plays.
-    destroy_sample(sample);
-    sample = nullptr;
-  }
+  // A file named on the line is loaded by wav, but the table entry plays.
+  free_sample();
   if (!(sample = swav_get(index))) return -1;
   if (t1 == 0)
     t1 = wav_length_ms(sample) + 10;
@@ -304,10 +304,8 @@ int swav::preshow() {
 }
 
 int swav::show() {
-  if (voice != -1) {
-    wav_voices().start(voice);
-    wav_voice_started(alleg_get_utimer());
-  }
+  onset_ = 0;
+  if (voice != -1) start_voice(voice);
   return stim::show();
 }
 

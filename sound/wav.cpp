@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/directory.h"
+#include "platform/sound.h"
 #include "platform/timer.h"
 #include "ports/lpt.h"
 #include "services/argument.h"
@@ -17,13 +18,9 @@ long playing_until_ = 0;
 unsigned long long voice_started_ = 0;
 wav_port_ port_ = wav_none;
 
-int lib_play(const SAMPLE* s, int vol, int pan, int freq, int loop) { return play_sample(s, vol, pan, freq, loop); }
-int lib_allocate(const SAMPLE* s) { return allocate_voice(s); }
-int lib_position(int voice) { return voice_get_position(voice); }
-
-const wav_voice_ops library_voices_ = {lib_play,       lib_allocate,     voice_set_volume, voice_start,
-                                       voice_stop,     deallocate_voice, release_voice,    lib_position};
-const wav_voice_ops* voices_ = &library_voices_;
+const wav_voice_ops output_voices_ = {sound_allocate, sound_set_volume, sound_start,    sound_stop, sound_deallocate,
+                                      sound_release,  sound_position,   sound_onset,    sound_forget};
+const wav_voice_ops* voices_ = &output_voices_;
 
 int fail(int error_number, const char* text) {
   errno = error_number;
@@ -47,7 +44,7 @@ unsigned long long wav_voice_started() {
 }
 void wav_voice_started(unsigned long long us) { voice_started_ = us; }
 
-void wav_voices(const wav_voice_ops* ops) { voices_ = ops ? ops : &library_voices_; }
+void wav_voices(const wav_voice_ops* ops) { voices_ = ops ? ops : &output_voices_; }
 const wav_voice_ops& wav_voices() { return *voices_; }
 
 long wav_length_ms(const SAMPLE* s) {
@@ -111,8 +108,31 @@ wav::wav(const char* line, int& error) : stim(line, error), speaker(0), volume(-
   error = (error == 0 && parsed == 0) ? 0 : 1;
 }
 
-wav::~wav() {
-  if (datei && sample) destroy_sample(sample);
+wav::~wav() { free_sample(); }
+
+void wav::free_sample() {
+  if (!datei || !sample) return;
+  if (voices_->forget) voices_->forget(sample);
+  destroy_sample(sample);
+  sample = nullptr;
+}
+
+void wav::start_voice(int v) {
+  const long late = voices_->start(v, stim_show_due());
+  onset_ = voices_->onset ? voices_->onset(v) : 0;
+  if (late > 0) {
+    char text[120];
+    snprintf(text, sizeof text, "trial %u: sound %.1f ms late, started at once", static_cast<unsigned>(nummer),
+             late / 1000.0);
+    alleg_warning(text);
+  }
+  wav_voice_started(onset_ ? onset_ : alleg_get_utimer());
+}
+
+int wav::onset_us(unsigned long long& us) const {
+  if (!onset_) return -1;
+  us = onset_;
+  return 1;
 }
 
 stim* _wav(const char* line) { return stim_make<wav>(line); }
@@ -135,7 +155,7 @@ long wav::showtime() const { return 3; }
 
 int wav::prepare() {
   if (datei) {
-    if (sample) destroy_sample(sample);
+    free_sample();
     char path[300];
     wav_resolve(datei, path, sizeof path);
     errno = 0;
@@ -159,9 +179,17 @@ int wav::show() {
   if (!sample) return fail(EACCES, "wav_show/sample");
   const long length = wav_length_ms(sample);
   wav_playing_until(alleg_get_timer() + length + 10);
-  voices_->play(sample, wav_play_volume(volume), 128, 1000, 0);
-  wav_voice_started(alleg_get_utimer());
-  wav_playing_until(alleg_get_timer() + length + 10);
+  onset_ = 0;
+  const int v = voices_->allocate(sample);
+  if (v == -1) {
+    alleg_warning("wav", "no voice available");
+  } else {
+    voices_->set_volume(v, wav_play_volume(volume));
+    start_voice(v);
+    voices_->release(v);
+  }
+  // The sound ends its length after its onset, which lies ahead.
+  wav_playing_until((onset_ ? static_cast<long>(onset_ / 1000) : alleg_get_timer()) + length + 10);
   return stim::show();
 }
 
@@ -171,10 +199,7 @@ int wav::cleanup() {
     if (speaker_select(0) != 0) r = -1;
     rest(10);
   }
-  if (datei && sample) {
-    destroy_sample(sample);
-    sample = nullptr;
-  }
+  free_sample();
   if (stim::cleanup() != 0) r = -1;
   return r;
 }

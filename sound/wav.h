@@ -26,16 +26,28 @@ class wav : public stim {
   ~wav() override;
   // Switches the relay box to speaker n (1..8); 0 does nothing.
   virtual int speaker_select(int n);
+  // The moment the first sample of the last show leaves the device.
+  int onset_us(unsigned long long& us) const override;
 
   int speaker;
   int volume;
   SAMPLE* sample;
+
+ protected:
+  // Starts voice v for the show being carried out: at the frame of its due
+  // time, or at once (with a warning naming the trial) when that frame has
+  // gone to the device already. Keeps the onset.
+  void start_voice(int v);
+  // Frees a sample of this stimulus's own, silencing its voices first.
+  void free_sample();
+  unsigned long long onset_ = 0;  // test clock µs, 0 when not known
 };
 
 stim* _wav(const char* line);
 
-// The test time in µs at which the last sound stimulus started its voice,
-// 0 when none did since the last call; reading it clears it.
+// The test time in µs at which the first sample of the last sound stimulus
+// shown leaves the device, 0 when none was shown since the last call;
+// reading it clears it.
 unsigned long long wav_voice_started();
 void wav_voice_started(unsigned long long us);
 
@@ -63,18 +75,24 @@ int wav_play_volume(int volume);
 // else the name as it stands.
 void wav_resolve(const char* name, char* path, int size);
 
-// The sound library's voice calls, which need a sound driver. Tests put
-// recorders in their place; null restores the library's own.
+// The voice calls of the sound output (platform/sound). Tests put recorders
+// in their place; null restores the output's own.
 struct wav_voice_ops {
-  int (*play)(const SAMPLE* s, int vol, int pan, int freq, int loop);
   int (*allocate)(const SAMPLE* s);
   void (*set_volume)(int voice, int vol);
-  void (*start)(int voice);
+  // Starts the voice for a show due at due_us (test clock; 0: at once);
+  // 0 on time, else how many µs late it starts.
+  long (*start)(int voice, unsigned long long due_us);
   void (*stop)(int voice);
   void (*deallocate)(int voice);
   // Frees the voice once it has played to its end.
   void (*release)(int voice);
   int (*position)(int voice);
+  // When the voice's first sample leaves the device (test clock µs); 0
+  // when not known. May be null.
+  unsigned long long (*onset)(int voice);
+  // Silences the voices that play a sample about to be freed. May be null.
+  void (*forget)(const SAMPLE* s);
 };
 void wav_voices(const wav_voice_ops* ops);
 const wav_voice_ops& wav_voices();

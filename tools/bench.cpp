@@ -332,7 +332,7 @@ int main(int argc, char** argv) {
   if (child == 0) participant();
 
   argument_init(argc, const_cast<const char**>(argv));
-  if (alleg_init(1) != 0 || alleg_gfx(16, 1024, 768, 1024, 768, 60) != 0) {
+  if (alleg_init(1) != 0 || alleg_sound_init() != 0 || alleg_gfx(16, 1024, 768, 1024, 768, 60) != 0) {
     fprintf(stderr, "bench: the display could not be set up\n");
     return 1;
   }

@@ -21,6 +21,9 @@ struct onset_params {
   // Tones must stand this far above the silence level (in sample units);
   // below it the recording is taken as silent throughout.
   int min_contrast = 500;
+  // A second tone that starts while one sounds: the envelope rising above
+  // one and a half tone levels begins a tone (once per sounding stretch).
+  bool steps = false;
 };
 
 struct onset {
@@ -70,16 +73,23 @@ inline std::vector<onset> find_onsets(const int16_t* samples, size_t frames, con
   const int low = l.silence + (l.tone - l.silence) / 4;
   const size_t hold = static_cast<size_t>(p.hold_ms * p.rate / 1000);
   const size_t min_len = static_cast<size_t>(p.min_tone_ms * p.rate / 1000);
-  bool in = false;
+  const int step = l.tone + (l.tone - l.silence) / 2;
+  bool in = false, stepped = false;
   size_t start = 0, last_loud = 0;
   for (size_t i = 0; i < frames; ++i) {
     const int e = onset_envelope(samples, i, p.channels);
     if (!in) {
       if (e > l.threshold) {
         in = true;
+        stepped = false;
         start = last_loud = i;
       }
       continue;
+    }
+    if (p.steps && !stepped && e > step) {
+      found.push_back({start, i});
+      start = i;
+      stepped = true;
     }
     if (e > low) last_loud = i;
     if (i - last_loud >= hold) {

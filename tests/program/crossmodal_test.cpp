@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <vector>
 
 #include "fixture.h"
@@ -14,30 +15,35 @@ using harness::contains;
 
 namespace {
 
-// Frequencies of the tones in the recording (unsigned 16-bit stereo,
-// 44.1 kHz), in the order they sound.
-std::vector<double> tones(const std::string& raw) {
-  std::vector<double> found;
+// The tones in the recording (signed 16-bit stereo, 44.1 kHz) in the order
+// they sound: where each begins (ms) and its frequency.
+struct tone {
+  double at_ms, hz;
+};
+std::vector<tone> tones(const std::string& raw) {
   const size_t frames = raw.size() / 4;
   auto left = [&](size_t i) {
-    return static_cast<int>(static_cast<uint8_t>(raw[4 * i]) | static_cast<uint8_t>(raw[4 * i + 1]) << 8) - 32768;
+    return static_cast<int16_t>(static_cast<uint8_t>(raw[4 * i]) | static_cast<uint8_t>(raw[4 * i + 1]) << 8);
   };
-  const size_t win = 441;
-  size_t start = 0;
+  std::vector<tone> found;
+  size_t start = 0, last = 0;
   bool in = false;
-  for (size_t i = 0; i + win < frames; i += win) {
-    int peak = 0;
-    for (size_t j = i; j < i + win; ++j) peak = std::max(peak, std::abs(left(j)));
-    if (peak > 2000 && !in) {
+  auto close = [&] {
+    int crossings = 0;
+    for (size_t j = start + 1; j <= last; ++j) crossings += (left(j - 1) < 0) != (left(j) < 0);
+    found.push_back({start * 1000.0 / 44100, crossings / 2.0 / (static_cast<double>(last - start) / 44100.0)});
+  };
+  for (size_t i = 0; i < frames; ++i) {
+    if (std::abs(left(i)) > 2000) {
+      if (!in) start = i;
       in = true;
-      start = i;
-    } else if (peak <= 2000 && in) {
+      last = i;
+    } else if (in && i - last > 441) {
       in = false;
-      int crossings = 0;
-      for (size_t j = start + 1; j < i; ++j) crossings += (left(j - 1) < 0) != (left(j) < 0);
-      found.push_back(crossings / 2.0 / (static_cast<double>(i - start) / 44100.0));
+      close();
     }
   }
+  if (in) close();
   return found;
 }
 
@@ -61,7 +67,22 @@ class Crossmodal : public ProgramTest {
   std::vector<std::string> args_de() {
     std::vector<std::string> a = args();
     a.push_back("-locale=de");
+    a.push_back("-timing=timing.tsv");
     return a;
+  }
+  // The onsets the program recorded for its sounds (ms of the test clock).
+  std::vector<double> sound_onsets() {
+    std::istringstream in(dir.read("timing.tsv"));
+    std::string line;
+    std::vector<double> onsets;
+    std::getline(in, line);
+    while (std::getline(in, line)) {
+      std::istringstream f(line);
+      std::string cell[12];
+      for (std::string& c : cell) std::getline(f, c, '\t');
+      if (cell[3] == "show" && cell[10] != "0") onsets.push_back(std::stod(cell[10]) / 1000);
+    }
+    return onsets;
   }
   harness::X x;
 };
@@ -106,12 +127,21 @@ TEST_F(Crossmodal, ASessionIsShownHeardAnsweredAndCounted) {
   EXPECT_EQ(r1, 1);
   EXPECT_EQ(n3, 3);
   EXPECT_EQ(r3, 1);
-  // High, low, low.
-  const std::vector<double> f = tones(dir.read("sound.raw"));
+  // High, low, low, as far apart as the onsets the program recorded, which
+  // are 3 s apart as scheduled unless a sound was reported late.
+  const std::vector<tone> f = tones(dir.read("sound.raw"));
   ASSERT_EQ(f.size(), 3u);
-  EXPECT_NEAR(f[0], 1000, 60);
-  EXPECT_NEAR(f[1], 500, 40);
-  EXPECT_NEAR(f[2], 500, 40);
+  EXPECT_NEAR(f[0].hz, 1000, 60);
+  EXPECT_NEAR(f[1].hz, 500, 40);
+  EXPECT_NEAR(f[2].hz, 500, 40);
+  const std::vector<double> on = sound_onsets();
+  ASSERT_EQ(on.size(), 3u) << dir.read("timing.tsv");
+  for (size_t i = 1; i < 3; ++i) {
+    EXPECT_NEAR(f[i].at_ms - f[i - 1].at_ms, on[i] - on[i - 1], 1) << i;
+    if (!contains(log, "late, started at once")) {
+      EXPECT_NEAR(on[i] - on[i - 1], 3000, 1) << i;
+    }
+  }
 }
 
 TEST_F(Crossmodal, XOnTheInstructionPageEndsTheRun) {

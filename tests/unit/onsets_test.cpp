@@ -91,6 +91,26 @@ TEST(Onsets, TonesCloseTogetherAreSeparateOnceTheGapOutlastsTheHold) {
   EXPECT_EQ(o[2].end, 20000 + 2 * 1323 + gap_2ms);  // one tone across the short gap
 }
 
+TEST(Onsets, ASecondToneStartingInsideOneIsFoundWhereTheSumRises) {
+  recording r(1, kRate);
+  // Tones of 30 ms, the second of each pair 10 ms after the first (in phase,
+  // as a mixer placing them on their frames makes them), and lone ones.
+  const size_t pairs[] = {2000, 9000, 30000};
+  for (size_t at : pairs) r.tone(at, 1323, 8000);
+  for (size_t at : pairs) {
+    recording second(1, kRate);
+    second.tone(at + 441, 1323, 8000);
+    for (size_t i = 0; i < r.s.size(); ++i) r.s[i] = static_cast<int16_t>(r.s[i] + second.s[i]);
+  }
+  r.tone(16000, 1323, 8000).tone(23000, 1323, 8000);
+  onset_params p;
+  p.channels = 1;
+  p.steps = true;
+  EXPECT_EQ(starts(find_onsets(r.s.data(), r.frames(), p)),
+            (std::vector<size_t>{2000, 2441, 9000, 9441, 16000, 23000, 30000, 30441}));
+  EXPECT_EQ(r.find().size(), 5u) << "without steps a pair is one tone";
+}
+
 TEST(Onsets, ClicksAreNoTonesAndDoNotRaiseTheToneLevel) {
   recording r(1, kRate);
   r.tone(3000, 1323, 8000).tone(9000, 20, 32767).tone(15000, 1323, 8000);
