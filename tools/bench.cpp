@@ -30,6 +30,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -181,8 +182,20 @@ std::vector<std::pair<unsigned long long, int>> data_writes(const char* path) {
   return out;
 }
 
-// n trigger pulses 10 ms apart, each matched with its show action.
-void trigger_rows(int n, const char* port_file) {
+// n trigger pulses 10 ms apart, at normal and at high priority. edges()
+// gives the times (CLOCK_MONOTONIC us) of the edges received since it was
+// last called, each pulse's two in turn; every pulse is matched with its
+// show action, and report() gets, per priority, each pulse's width and the
+// delay from its show action's start to its first edge.
+struct pulse_figures {
+  const char* priority;
+  std::vector<double> width, delay;
+  int n, shown;
+  size_t pulses;
+  bool all() const { return shown == n && pulses == static_cast<size_t>(n); }
+};
+void pulse_rows(int n, const std::function<std::vector<unsigned long long>()>& edges,
+                const std::function<void(const pulse_figures&)>& report) {
   const struct {
     unsigned cls;
     const char* name;
@@ -190,70 +203,70 @@ void trigger_rows(int n, const char* port_file) {
   for (const auto& p : prios) {
     alleg_prio(p.cls);
     timing_clear();
-    const size_t before = data_writes(port_file).size();
+    edges();
     std::vector<std::string> lines;
     for (int i = 0; i < n; ++i)
       lines.push_back("pulse nummer=" + std::to_string(i + 1) + " t0=" + std::to_string(200 + i * 10) +
                       " t1=5 kritisch=-1 trigger=" + std::to_string(i % 255 + 1));
     run_block(lines);
-    const std::vector<std::pair<unsigned long long, int>> w = data_writes(port_file);
-    std::vector<double> width, delay;
-    int shown = 0;
-    size_t k = before;
-    for (int i = 0; i < timing_count() && k + 1 < w.size(); ++i) {
+    const std::vector<unsigned long long> e = edges();
+    pulse_figures f{p.name, {}, {}, n, 0, e.size() / 2};
+    size_t k = 0;
+    for (int i = 0; i < timing_count() && k + 1 < e.size(); ++i) {
       const timing_record& r = timing_records()[i];
       if (r.action != 2) continue;
-      ++shown;
-      width.push_back(std::fabs(static_cast<double>(w[k + 1].first - w[k].first) - 3000.0));
-      delay.push_back(static_cast<double>(w[k].first) - static_cast<double>(r.system_us));
+      ++f.shown;
+      f.width.push_back(static_cast<double>(e[k + 1]) - static_cast<double>(e[k]));
+      f.delay.push_back(static_cast<double>(e[k]) - static_cast<double>(r.system_us));
       k += 2;
     }
-    const bench_stats ws = bench_stats_of(width), ds = bench_stats_of(delay);
-    const bool all = shown == n && (w.size() - before) / 2 == static_cast<size_t>(n);
-    char note[80];
-    snprintf(note, sizeof note, "shown %d, pulses %zu", shown, (w.size() - before) / 2);
-    bench_row(std::string("width |error|, ") + p.name, ws, "p99 <= 50", bench_met(all && ws.p99 <= 50), note);
-    bench_row(std::string("show to rising edge, ") + p.name, ds, "max <= 100", bench_met(all && ds.max <= 100));
+    report(f);
   }
 }
 
-// n trigger pulses 10 ms apart through a fake serial trigger interface in
-// byte mode: when the code byte arrived after its show action began, and
-// the pulse width as received (code byte to rest byte).
+void trigger_rows(int n, const char* port_file) {
+  size_t seen = 0;
+  pulse_rows(
+      n,
+      [&] {
+        const std::vector<std::pair<unsigned long long, int>> w = data_writes(port_file);
+        std::vector<unsigned long long> e;
+        for (size_t i = seen; i < w.size(); ++i) e.push_back(w[i].first);
+        seen = w.size();
+        return e;
+      },
+      [](const pulse_figures& f) {
+        std::vector<double> error;
+        for (double w : f.width) error.push_back(std::fabs(w - 3000.0));
+        const bench_stats ws = bench_stats_of(error), ds = bench_stats_of(f.delay);
+        char note[80];
+        snprintf(note, sizeof note, "shown %d, pulses %zu", f.shown, f.pulses);
+        bench_row(std::string("width |error|, ") + f.priority, ws, "p99 <= 50", bench_met(f.all() && ws.p99 <= 50), note);
+        bench_row(std::string("show to rising edge, ") + f.priority, ds, "max <= 100", bench_met(f.all() && ds.max <= 100));
+      });
+}
+
+// The same through a fake serial trigger interface in byte mode: the code
+// byte and the rest byte as the interface receives them.
 void serial_trigger_rows(int n, trigger_box& box) {
-  const struct {
-    unsigned cls;
-    const char* name;
-  } prios[] = {{NORMAL_PRIORITY_CLASS, "normal"}, {HIGH_PRIORITY_CLASS, "high"}};
-  for (const auto& p : prios) {
-    alleg_prio(p.cls);
-    timing_clear();
-    box.clear();
-    std::vector<std::string> lines;
-    for (int i = 0; i < n; ++i)
-      lines.push_back("pulse nummer=" + std::to_string(i + 1) + " t0=" + std::to_string(200 + i * 10) +
-                      " t1=5 kritisch=-1 trigger=" + std::to_string(i % 255 + 1));
-    run_block(lines);
-    const std::vector<trigger_box::byte_at> got = box.received(2 * static_cast<size_t>(n));
-    std::vector<double> width, delay;
-    int shown = 0;
-    size_t k = 0;
-    for (int i = 0; i < timing_count() && k + 1 < got.size(); ++i) {
-      const timing_record& r = timing_records()[i];
-      if (r.action != 2) continue;
-      ++shown;
-      width.push_back(static_cast<double>(got[k + 1].us) - static_cast<double>(got[k].us));
-      delay.push_back(static_cast<double>(got[k].us) - static_cast<double>(r.system_us));
-      k += 2;
-    }
-    const bench_stats ws = bench_stats_of(width), ds = bench_stats_of(delay);
-    const bool all = shown == n && got.size() == 2 * static_cast<size_t>(n);
-    char note[80];
-    snprintf(note, sizeof note, "shown %d, bytes %zu", shown, got.size());
-    bench_row(std::string("width as received, ") + p.name, ws, "p99 in 3000 +- 1000",
-              bench_met(all && std::fabs(ws.p99 - 3000) <= 1000 && ws.median >= 2900), note);
-    bench_row(std::string("show to code byte received, ") + p.name, ds, "p99 <= 1000", bench_met(all && ds.p99 <= 1000));
-  }
+  pulse_rows(
+      n,
+      [&] {
+        const std::vector<trigger_box::byte_at> got = box.received(2 * static_cast<size_t>(n), 200);
+        box.clear();
+        std::vector<unsigned long long> e;
+        for (const auto& b : got) e.push_back(b.us);
+        return e;
+      },
+      [](const pulse_figures& f) {
+        const bench_stats ws = bench_stats_of(f.width), ds = bench_stats_of(f.delay);
+        char note[80];
+        snprintf(note, sizeof note, "shown %d, bytes %zu", f.shown, 2 * f.pulses);
+        bench_row(std::string("width as received, ") + f.priority, ws, "p99 in 3000 +- 1000",
+                  bench_met(f.all() && std::fabs(ws.p99 - 3000) <= 1000 && ws.median >= 2900), note);
+        bench_row(std::string("show to code byte received, ") + f.priority, ds, "p99 <= 1000",
+                  bench_met(f.all() && ds.p99 <= 1000));
+      });
 }
 
 // The write of one byte to the fake interface, without and with waiting
