@@ -125,8 +125,9 @@ int trig_out_init(trig_out_port_ port, int invert, long width_us, const char* fi
     case trig_out_com:
       if (trig_serial_open(com_, baud_) != 0) return -1;
       log_output();
-      // In byte mode the interface holds what it got last: the rest level.
-      return mode_ == trig_out_byte ? trig_out_clear() : 0;
+      // In byte mode the interface holds what it got last: the rest level
+      // the parallel port starts with.
+      return mode_ == trig_out_byte ? trig_serial_put(invert ? 0xff : 0x00) : 0;
     case trig_out_none:
       return 0;
     default: {
