@@ -22,6 +22,7 @@
 
 namespace {
 int fd_ = -1;
+bool exclusive_ = false;  // TIOCEXCL set by this program
 int number_ = 0;
 std::string device_;
 
@@ -70,7 +71,8 @@ int trig_serial_open(int number, long baud) {
   if (!isatty(fd_)) return refuse(ENOTTY);
   // TIOCEXCL keeps other users out but not root; the lock keeps out every
   // program that locks as well.
-  if (ioctl(fd_, TIOCEXCL) != 0 || flock(fd_, LOCK_EX | LOCK_NB) != 0) return refuse(errno);
+  if (flock(fd_, LOCK_EX | LOCK_NB) != 0 || ioctl(fd_, TIOCEXCL) != 0) return refuse(errno);
+  exclusive_ = true;
   termios t;
   if (tcgetattr(fd_, &t) != 0) return refuse(errno);
   cfmakeraw(&t);
@@ -98,7 +100,8 @@ int trig_serial_put(unsigned char byte) {
 
 void trig_serial_close() {
   if (fd_ < 0) return;
-  ioctl(fd_, TIOCNXCL);  // the tty stays exclusive until released otherwise
+  if (exclusive_) ioctl(fd_, TIOCNXCL);  // the tty stays exclusive until released otherwise
+  exclusive_ = false;
   close(fd_);
   fd_ = -1;
 }
