@@ -3,6 +3,8 @@
 #include <allegro.h>
 
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "engine/stim.h"
 #include "engine/stimfile.h"
@@ -91,31 +93,46 @@ stim* _ixmod_prep(const char* attributes) { return stim_make<ixmod_prep>(attribu
 bool ixmod_prep_answered() { return prep_answered_; }
 
 namespace {
-// Trigger values are saved only when the option "tr" is given ("-tr=" for
-// the default name): a trigger value file puts only a marker on the lines.
-// A port that cannot be opened leaves the run without trigger output; a
-// trigger value file asked for and not writable ends it.
-int start_trigger_output() {
-  const int save = argument_lookup("tr") != 0;
-  if (trig_out_init(save) == 0) return 0;
-  if (save && !trig_out_saving()) return -1;
-  alleg_warning("no trigger output");
-  trig_out_disable();
-  return 0;
+// Whether an output failed because it is on a parallel port this machine
+// does not have ("auto" on a machine without any); outputs of the kind are
+// then named together in one line instead of each being reported.
+bool absent(int port, std::vector<const char*>& names, const char* name) {
+  if (port < 0 || port > 2 || !lpt_absent(port)) return false;
+  names.push_back(name);
+  return true;
 }
 
-// Pen and LED ports: one that cannot be opened is switched to none, so that
-// a stimulus file without pens or LEDs runs on a machine without the port,
-// and one with them stops at its first such stimulus ("no valid LPT").
-void start_outputs() {
+// Pen, LED and trigger output. A pen or LED port that cannot be opened is
+// switched to none, so that a stimulus file without pens or LEDs runs on a
+// machine without the port, and one with them stops at its first such
+// stimulus ("no valid LPT"). Trigger values are saved only when the option
+// "tr" is given ("-tr=" for the default name): a trigger value file puts
+// only a marker on the lines. A trigger port that cannot be opened leaves
+// the run without trigger output; a trigger value file asked for and not
+// writable ends it.
+int start_outputs() {
+  std::vector<const char*> off;
   if (stift_init() != 0) {
-    alleg_warning("no pen output");
+    if (!absent(stift_port(), off, "pen")) alleg_warning("no pen output");
     stift_init(stift_none);
   }
   if (led_init() != 0) {
-    alleg_warning("no LED output");
+    if (!absent(led_port(), off, "LED")) alleg_warning("no LED output");
     led_init(led_none, led_static, 0);
   }
+  const int save = argument_lookup("tr") != 0;
+  if (trig_out_init(save) != 0) {
+    if (save && !trig_out_saving()) return -1;
+    const bool quiet = absent(trig_out_port(), off, "trigger");
+    if (!quiet) alleg_warning("no trigger output");
+    trig_out_disable(quiet);
+  }
+  if (!off.empty()) {
+    std::string line = "no parallel port on this machine: no ";
+    for (size_t i = 0; i < off.size(); ++i) line += std::string(i == 0 ? "" : i + 1 < off.size() ? ", " : " or ") + off[i];
+    alleg_message((line + " output").c_str());
+  }
+  return 0;
 }
 }  // namespace
 
@@ -156,8 +173,7 @@ int ixmod_main(int argc, char** argv) {
   // The acknowledge line is read from the response box's port ("vok-port"),
   // checked at start-up like the box itself.
   if (trigger_type() == TRIGGER_ACK && vok_init(2, 0) != 0) return -1;
-  start_outputs();
-  if (start_trigger_output() != 0) return -1;
+  if (start_outputs() != 0) return -1;
   trigger_shares_port(trig_out_lpt());
   if (stimuli_init(argument_get("dict")) != 0) return -1;
 

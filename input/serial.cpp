@@ -54,10 +54,7 @@ COMPort::COMPort(const char* name, int& result) : dcb_(new comport_state) {
     result = -1;
     return;
   }
-  char key[32], def[32];
-  snprintf(key, sizeof key, "com%d-device", number);
-  snprintf(def, sizeof def, "/dev/ttyS%d", number - 1);
-  const std::string device = config_string(key, def);
+  const std::string device = serial_device(number);
 
   dcb_->lines = lines_;
   if (dcb_->lines) {
@@ -346,6 +343,13 @@ unsigned char COMPort::getModemSignals() const {
   if (s & SP_SIG_RI) m |= 0x40;
   if (s & SP_SIG_DCD) m |= 0x80;
   return m;
+}
+
+std::string serial_device(int number) {
+  char key[32], def[32];
+  snprintf(key, sizeof key, "com%d-device", number);
+  snprintf(def, sizeof def, "/dev/ttyS%d", number - 1);
+  return config_string(key, def);
 }
 
 namespace {

@@ -3,6 +3,7 @@
 // outputs. "COMn" is /dev/ttyS(n-1), or the device in configuration key
 // "com%d-device" (for example /dev/ttyUSB0).
 #pragma once
+#include <string>
 
 struct sp_port;
 struct comport_state;
@@ -67,6 +68,9 @@ class COMPort {
   sp_port* handle_ = nullptr;  // null: no device (or lines taken from the test seam)
   comport_state* dcb_;
 };
+
+// The device of COMn: "com%d-device", default /dev/ttyS(n-1).
+std::string serial_device(int number);
 
 // Opens, configures and probes the program's serial port: 0 or -1.
 int serial_init(const char* name);

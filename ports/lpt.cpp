@@ -21,6 +21,8 @@ struct slot {
   bool resolved;
   unsigned short base;
   lpt_opened opened;
+  bool absent;     // left to "auto" on a machine without parallel ports
+  bool explained;  // and said so
 };
 slot ports_[kPorts];
 
@@ -56,6 +58,11 @@ unsigned short resolve(int index) {
   snprintf(key, sizeof key, "lpt%d-device", index + 1);
   const char* text = config_string(key, "auto");
   if (!text || !*text || strcmp(text, "none") == 0) return 0;
+  // Said at the port's first use (undefined()), or once by the start-up.
+  if (strcmp(text, "auto") == 0 && !lpt_ppdev_any()) {
+    ports_[index].absent = true;
+    return 0;
+  }
   if (is_hex_address(text)) {
     unsigned short address = 0;
     if (sscanf(text, "%hx", &address) != 1 || address == 0) {
@@ -82,6 +89,13 @@ const slot* owner_of(unsigned short address) {
 // The shared pattern of the register functions: look up the base, report an
 // undefined port in the designed words, else one access at base + offset.
 int undefined(int index, const char* line, const char* report) {
+  if (index >= 0 && index < kPorts && ports_[index].absent && !ports_[index].explained) {
+    ports_[index].explained = true;
+    char text[120];
+    snprintf(text, sizeof text, "lpt%d: auto: this machine has no parallel port (set lpt%d-device to a port, an address or a file)",
+             index + 1, index + 1);
+    alleg_error(static_cast<const char*>(text));
+  }
   if (line) {
     alleg_error(line, index);
     alleg_error(line, 0);
@@ -137,6 +151,8 @@ unsigned short lpt_get_address(int index) {
   }
   return s.base;
 }
+
+int lpt_absent(int index) { return index >= 0 && index < kPorts && lpt_get_address(index) == 0 && ports_[index].absent; }
 
 int lpt_read_port(int index, unsigned char& value) {
   return read_reg(index, 1, value, "lpt/read_port: %d", "lpt/read_port");

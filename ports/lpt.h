@@ -16,6 +16,10 @@ int lpt_init(int mode);
 void lpt_done();
 
 unsigned short lpt_get_address(int index);
+// Whether port index is left to "auto" on a machine that has no parallel
+// port at all. Such a port is undefined; outputs that merely default to it
+// are switched off by the start-up in one line instead of each reporting it.
+int lpt_absent(int index);
 int lpt_read_port(int index, unsigned char& value);
 int lpt_set_port(int index, unsigned char value);
 int lpt_get_control(int index, unsigned char& value);

@@ -23,6 +23,8 @@ lpt_opened lpt_sim_open(int index, const char* path);
 // An operating-system port: "auto" is the index-th port found, else a port
 // name (parport0) or device path (/dev/parport0).
 lpt_opened lpt_ppdev_open(int index, const char* device);
+// Whether the kernel drives any parallel port on this machine.
+bool lpt_ppdev_any();
 // Real port I/O at an address; 0 on success, -1 when refused (logged).
 int lpt_io_permit(unsigned short address, int count);
 unsigned char lpt_io_in(unsigned short address);

@@ -78,6 +78,17 @@ bool matches(const parport* p, const char* device) {
 
 lpt_opened none() { return lpt_opened{nullptr, nullptr, 0}; }
 
+// Only ports the kernel drives (ppdev) count: the library also lists the
+// usual ISA addresses whether a port is there or not, and writing to those
+// blindly is left to an explicit address. Sorted by name; at most 16.
+int kernel_ports(const parport_list& list, parport* known[16]) {
+  int n = 0;
+  for (int i = 0; i < list.portc && n < 16; ++i)
+    if (list.portv[i]->filename && strncmp(list.portv[i]->filename, "/dev/parport", 12) == 0) known[n++] = list.portv[i];
+  std::sort(known, known + n, [](const parport* a, const parport* b) { return strcmp(a->name, b->name) < 0; });
+  return n;
+}
+
 void report(int index, const char* device, const char* what) {
   char text[300];
   snprintf(text, sizeof text, "lpt%d: %s: %s", index + 1, device, what);
@@ -93,15 +104,8 @@ lpt_opened lpt_ppdev_open(int index, const char* device) {
   }
   parport* port = nullptr;
   if (strcmp(device, "auto") == 0) {
-    // Only ports the kernel drives (ppdev) are taken by themselves; the
-    // library also lists the usual ISA addresses whether a port is there or
-    // not, and writing to those blindly is left to an explicit address.
     parport* known[16];
-    int n = 0;
-    for (int i = 0; i < list.portc && n < 16; ++i)
-      if (list.portv[i]->filename && strncmp(list.portv[i]->filename, "/dev/parport", 12) == 0) known[n++] = list.portv[i];
-    std::sort(known, known + n, [](const parport* a, const parport* b) { return strcmp(a->name, b->name) < 0; });
-    if (index < n) port = known[index];
+    if (index < kernel_ports(list, known)) port = known[index];
   } else {
     for (int i = 0; i < list.portc && !port; ++i)
       if (matches(list.portv[i], device)) port = list.portv[i];
@@ -135,4 +139,13 @@ lpt_opened lpt_ppdev_open(int index, const char* device) {
            port->base_addr);
   alleg_message(static_cast<const char*>(text));
   return lpt_opened{&kPpdev, new ppdev{port, false}, static_cast<unsigned short>(port->base_addr)};
+}
+
+bool lpt_ppdev_any() {
+  parport_list list{0, nullptr};
+  if (ieee1284_find_ports(&list, 0) != E1284_OK) return false;
+  parport* known[16];
+  const bool any = kernel_ports(list, known) > 0;
+  ieee1284_free_ports(&list);
+  return any;
 }

@@ -101,7 +101,7 @@ int led_init(led_port_ port, led_mode_ mode, int reset) {
     case led_lpt1:
     case led_lpt2:
     case led_lpt3:
-      if (lpt_init(port, 0, 0)) return -1;
+      if (lpt_absent(port) || lpt_init(port, 0, 0)) return -1;
       if (mode_ == led_flipflop && reset_ && led_reset()) return -1;
       if (!exit_registered_) exit_registered_ = atexit(led_exit) == 0;
       return 0;
@@ -119,6 +119,8 @@ int led_init(const char* port, const char* mode, const char* reset) {
   if (p < 0) return fail(port ? port : "(null)");
   return led_init(static_cast<led_port_>(p), static_cast<led_mode_>(m), r);
 }
+
+led_port_ led_port() { return port_; }
 
 int led_init() {
   const char* reset = config_string("led-reset", "no");

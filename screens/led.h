@@ -37,6 +37,9 @@ int led_init(const char* port, const char* mode, const char* reset);
 // Lines low on a real port, the reset pulses when asked for; led_exit then
 // runs at exit.
 int led_init(led_port_ port, led_mode_ mode, int reset);
+// The port of the latest led_init; a port this machine does not have
+// (lpt_absent) fails led_init without a log line.
+led_port_ led_port();
 int led_on(const int* lines);
 int led_off(const int* lines);
 // Two pulses on all eight lines: every latch back to off.

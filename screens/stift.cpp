@@ -63,6 +63,7 @@ int stift_init(stift_port_ port) {
     case stift_lpt1:
     case stift_lpt2:
     case stift_lpt3:
+      if (lpt_absent(port)) return -1;
       return lpt_init(port, last_, 0) == 0 ? 0 : -1;
     case stift_none:
       return 0;
@@ -75,6 +76,8 @@ int stift_init(const char* port) {
   if (p < 0) return fail(port ? port : "(null)");
   return stift_init(static_cast<stift_port_>(p));
 }
+
+stift_port_ stift_port() { return port_; }
 
 int stift_init() { return stift_init(config_string("stift-port", "lpt1")); }
 

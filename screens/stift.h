@@ -24,8 +24,11 @@ stim* _stift(const char* attributes);
 int stift_init();
 // "lpt1".."lpt3" or "none" (or upper case), by substring; else EINVAL.
 int stift_init(const char* port);
-// Puts the pen lines of a real port to the last pen byte.
+// Puts the pen lines of a real port to the last pen byte. A port this
+// machine does not have (lpt_absent) gives -1 without a log line.
 int stift_init(stift_port_ port);
+// The port of the latest stift_init.
+stift_port_ stift_port();
 // Raises the lines of the set (the last pen byte); -1 without a port.
 int stift_on(const int* lines);
 // Lowers all pen lines; -1 without a port.

@@ -16,6 +16,7 @@
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
 #include <allegro.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -29,6 +30,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -46,6 +48,7 @@
 #include "ports/trig_out.h"
 #include "services/argument.h"
 #include "tools/bench_table.h"
+#include "tools/trigger_box.h"
 
 namespace {
 
@@ -179,8 +182,20 @@ std::vector<std::pair<unsigned long long, int>> data_writes(const char* path) {
   return out;
 }
 
-// n trigger pulses 10 ms apart, each matched with its show action.
-void trigger_rows(int n, const char* port_file) {
+// n trigger pulses 10 ms apart, at normal and at high priority. edges()
+// gives the times (CLOCK_MONOTONIC us) of the edges received since it was
+// last called, each pulse's two in turn; every pulse is matched with its
+// show action, and report() gets, per priority, each pulse's width and the
+// delay from its show action's start to its first edge.
+struct pulse_figures {
+  const char* priority;
+  std::vector<double> width, delay;
+  int n, shown;
+  size_t pulses;
+  bool all() const { return shown == n && pulses == static_cast<size_t>(n); }
+};
+void pulse_rows(int n, const std::function<std::vector<unsigned long long>()>& edges,
+                const std::function<void(const pulse_figures&)>& report) {
   const struct {
     unsigned cls;
     const char* name;
@@ -188,31 +203,100 @@ void trigger_rows(int n, const char* port_file) {
   for (const auto& p : prios) {
     alleg_prio(p.cls);
     timing_clear();
-    const size_t before = data_writes(port_file).size();
+    edges();
     std::vector<std::string> lines;
     for (int i = 0; i < n; ++i)
       lines.push_back("pulse nummer=" + std::to_string(i + 1) + " t0=" + std::to_string(200 + i * 10) +
                       " t1=5 kritisch=-1 trigger=" + std::to_string(i % 255 + 1));
     run_block(lines);
-    const std::vector<std::pair<unsigned long long, int>> w = data_writes(port_file);
-    std::vector<double> width, delay;
-    int shown = 0;
-    size_t k = before;
-    for (int i = 0; i < timing_count() && k + 1 < w.size(); ++i) {
+    const std::vector<unsigned long long> e = edges();
+    pulse_figures f{p.name, {}, {}, n, 0, e.size() / 2};
+    size_t k = 0;
+    for (int i = 0; i < timing_count() && k + 1 < e.size(); ++i) {
       const timing_record& r = timing_records()[i];
       if (r.action != 2) continue;
-      ++shown;
-      width.push_back(std::fabs(static_cast<double>(w[k + 1].first - w[k].first) - 3000.0));
-      delay.push_back(static_cast<double>(w[k].first) - static_cast<double>(r.system_us));
+      ++f.shown;
+      f.width.push_back(static_cast<double>(e[k + 1]) - static_cast<double>(e[k]));
+      f.delay.push_back(static_cast<double>(e[k]) - static_cast<double>(r.system_us));
       k += 2;
     }
-    const bench_stats ws = bench_stats_of(width), ds = bench_stats_of(delay);
-    const bool all = shown == n && (w.size() - before) / 2 == static_cast<size_t>(n);
-    char note[80];
-    snprintf(note, sizeof note, "shown %d, pulses %zu", shown, (w.size() - before) / 2);
-    bench_row(std::string("width |error|, ") + p.name, ws, "p99 <= 50", bench_met(all && ws.p99 <= 50), note);
-    bench_row(std::string("show to rising edge, ") + p.name, ds, "max <= 100", bench_met(all && ds.max <= 100));
+    report(f);
   }
+}
+
+void trigger_rows(int n, const char* port_file) {
+  size_t seen = 0;
+  pulse_rows(
+      n,
+      [&] {
+        const std::vector<std::pair<unsigned long long, int>> w = data_writes(port_file);
+        std::vector<unsigned long long> e;
+        for (size_t i = seen; i < w.size(); ++i) e.push_back(w[i].first);
+        seen = w.size();
+        return e;
+      },
+      [](const pulse_figures& f) {
+        std::vector<double> error;
+        for (double w : f.width) error.push_back(std::fabs(w - 3000.0));
+        const bench_stats ws = bench_stats_of(error), ds = bench_stats_of(f.delay);
+        char note[80];
+        snprintf(note, sizeof note, "shown %d, pulses %zu", f.shown, f.pulses);
+        bench_row(std::string("width |error|, ") + f.priority, ws, "p99 <= 50", bench_met(f.all() && ws.p99 <= 50), note);
+        bench_row(std::string("show to rising edge, ") + f.priority, ds, "max <= 100", bench_met(f.all() && ds.max <= 100));
+      });
+}
+
+// The same through a fake serial trigger interface in byte mode: the code
+// byte and the rest byte as the interface receives them.
+void serial_trigger_rows(int n, trigger_box& box) {
+  pulse_rows(
+      n,
+      [&] {
+        const std::vector<trigger_box::byte_at> got = box.received(2 * static_cast<size_t>(n), 200);
+        box.clear();
+        std::vector<unsigned long long> e;
+        for (const auto& b : got) e.push_back(b.us);
+        return e;
+      },
+      [](const pulse_figures& f) {
+        const bench_stats ws = bench_stats_of(f.width), ds = bench_stats_of(f.delay);
+        char note[80];
+        snprintf(note, sizeof note, "shown %d, bytes %zu", f.shown, 2 * f.pulses);
+        bench_row(std::string("width as received, ") + f.priority, ws, "p99 in 3000 +- 1000",
+                  bench_met(f.all() && std::fabs(ws.p99 - 3000) <= 1000 && ws.median >= 2900), note);
+        bench_row(std::string("show to code byte received, ") + f.priority, ds, "p99 <= 1000",
+                  bench_met(f.all() && ds.p99 <= 1000));
+      });
+}
+
+// The write of one byte to the fake interface, without and with waiting
+// for the line to drain (tcdrain): how long the call holds the caller and
+// when the byte arrives, n bytes 2 ms apart.
+void serial_drain_rows(int n, trigger_box& box) {
+  const int fd = open(box.path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+  if (fd < 0) return;
+  for (const bool drain : {false, true}) {
+    box.clear();
+    std::vector<double> held, arrival;
+    std::vector<unsigned long long> sent;
+    for (int i = 0; i < n; ++i) {
+      const unsigned char b = static_cast<unsigned char>(i);
+      const unsigned long long t0 = trigger_box::now_us();
+      if (write(fd, &b, 1) != 1) break;
+      if (drain) tcdrain(fd);
+      const unsigned long long t1 = trigger_box::now_us();
+      sent.push_back(t0);
+      held.push_back(static_cast<double>(t1 - t0));
+      usleep(2000);
+    }
+    const std::vector<trigger_box::byte_at> got = box.received(sent.size());
+    for (size_t i = 0; i < sent.size() && i < got.size(); ++i)
+      arrival.push_back(static_cast<double>(got[i].us) - static_cast<double>(sent[i]));
+    const std::string how = drain ? "write + tcdrain" : "write";
+    bench_row("  machine: " + how + ", call holds", bench_stats_of(held));
+    bench_row("  machine: " + how + ", write to byte received", bench_stats_of(arrival));
+  }
+  close(fd);
 }
 
 std::vector<std::string> flashes(int n, long gap_ms, long first_ms) {
@@ -375,13 +459,35 @@ int main(int argc, char** argv) {
             bench_stats_of(std::vector<double>(shared->poll_us, shared->poll_us + shared->n_polls)));
 
   // Trigger pulses.
+  stim_register("pulse", stim_make<stim>);
   if (const char* port_file = argument_value("lpt1-device")) {
     bench_section("triggers (3 ms pulses on the simulated LPT1)");
-    stim_register("pulse", stim_make<stim>);
     if (trig_out_init(trig_out_lpt1, 0, 3000, nullptr) == 0)
       trigger_rows(std::max(n, 1000), port_file);
     else
       fprintf(stderr, "bench: no trigger port\n");
+  }
+  {
+    // The fake interface is COM9, named to the program by one more argument.
+    trigger_box box;
+    static std::vector<std::string> more;
+    static std::vector<const char*> args;
+    more.assign(argv, argv + argc);
+    more.push_back(box.arg(9));
+    for (const std::string& a : more) args.push_back(a.c_str());
+    argument_init(static_cast<int>(args.size()), args.data());
+    bench_section("triggers (3 ms pulses to a fake serial trigger interface on a pseudo-terminal, byte mode)");
+    trig_out_serial(9, 115200, trig_out_byte);
+    if (box.ok() && trig_out_init(trig_out_com, 0, 3000, nullptr) == 0) {
+      box.received(1);  // the rest level written at start-up
+      serial_trigger_rows(std::max(n, 1000), box);
+      alleg_prio(NORMAL_PRIORITY_CLASS);
+      serial_drain_rows(1000, box);
+      alleg_prio(HIGH_PRIORITY_CLASS);
+    } else {
+      fprintf(stderr, "bench: no fake serial trigger interface\n");
+    }
+    trig_out_disable();
   }
 
   // Key latency.

@@ -1,6 +1,7 @@
 // Lab equipment on simulated parallel ports: the trigger pulses of a
 // crossmodal block as the amplifier would receive them.
 #include <fcntl.h>
+#include <glob.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "fixture.h"
+#include "../../tools/trigger_box.h"
 
 namespace {
 struct Write {
@@ -48,6 +50,13 @@ std::vector<Show> shows(const std::string& tsv) {
   }
   return out;
 }
+bool glob_none(const char* pattern) {
+  glob_t g;
+  const bool none = glob(pattern, 0, nullptr, &g) != 0;
+  if (!none) globfree(&g);
+  return none;
+}
+
 // Sets the status register of the simulated LPT1 in place, as a box does;
 // the program has the file mapped, so it is never truncated.
 void set_status(const harness::Dir& dir, unsigned char v) {
@@ -56,17 +65,22 @@ void set_status(const harness::Dir& dir, unsigned char v) {
   EXPECT_EQ(pwrite(fd, &v, 1, 1), 1);
   close(fd);
 }
+
+// A crossmodal block: two tones and two arrows with trigger codes 11, 21,
+// 12 and 22, then a trial without one.
+const char kCrossmodal[] =
+    "prep nummer=1 index=0 t0=300 trigger=11 uv=hoch;\n"
+    "pfeil nummer=1 index=0 t0=800 t1=400 kritisch=1 trigger=21 uv=passt;\n"
+    "prep nummer=2 index=1 t0=1500 trigger=12 uv=tief;\n"
+    "pfeil nummer=2 index=1 t0=2000 t1=400 kritisch=0 trigger=22 uv=anders;\n"
+    "null nummer=3 t0=2600 t1=100;\n";
+const int kCodes[] = {11, 21, 12, 22};
 }  // namespace
 
 class Ports : public ProgramTest {};
 
 TEST_F(Ports, EveryOnsetGivesOneTriggerPulseOfThreeMilliseconds) {
-  dir.write("t.s",
-            "prep nummer=1 index=0 t0=300 trigger=11 uv=hoch;\n"
-            "pfeil nummer=1 index=0 t0=800 t1=400 kritisch=1 trigger=21 uv=passt;\n"
-            "prep nummer=2 index=1 t0=1500 trigger=12 uv=tief;\n"
-            "pfeil nummer=2 index=1 t0=2000 t1=400 kritisch=0 trigger=22 uv=anders;\n"
-            "null nummer=3 t0=2600 t1=100;\n");
+  dir.write("t.s", kCrossmodal);
   std::vector<std::string> a = args();
   a.push_back("-timing=" + dir.file("timing.tsv"));
   const harness::Run r = run(a);
@@ -80,7 +94,7 @@ TEST_F(Ports, EveryOnsetGivesOneTriggerPulseOfThreeMilliseconds) {
   for (const Show& s : shows(dir.read("timing.tsv")))
     if (s.nummer != 3) onsets.push_back(s);
   ASSERT_EQ(onsets.size(), 4u);
-  const int codes[] = {11, 21, 12, 22};
+  const int* codes = kCodes;
   // A fault in the program shows in every pulse, while a machine busy with
   // other tests may stall one: each pulse must be its show action's and
   // about 3 ms long, and at least three of the four exact.
@@ -109,15 +123,64 @@ TEST_F(Ports, EveryOnsetGivesOneTriggerPulseOfThreeMilliseconds) {
   EXPECT_GE(exact, 3) << "pulses late or stretched beyond 1 ms";
 }
 
+TEST_F(Ports, ASerialTriggerInterfaceGetsOneCodeByteAndTheRestLevelPerOnset) {
+  dir.write("t.s", kCrossmodal);
+  for (const bool invert : {true, false}) {
+    SCOPED_TRACE(invert ? "inverted" : "not inverted");
+    trigger_box box;
+    ASSERT_TRUE(box.ok());
+    std::vector<std::string> a = args();
+    for (const std::string& s : {box.arg(2), std::string("-triggerport=com2"), "-timing=" + dir.file("timing.tsv"),
+                                 std::string("-trigger-invert=") + (invert ? "yes" : "no")})
+      a.push_back(s);
+    const harness::Run r = run(a);
+    ASSERT_EQ(r.status, 0) << log;
+    EXPECT_EQ(harness::lines_with(log, "trigger output: com2 on " + box.path() + ", 115200 bit/s, byte mode").size(), 1u)
+        << log;
+    const int rest = invert ? 0xff : 0x00;
+    std::vector<int> want = {rest};
+    for (const int code : kCodes) want.insert(want.end(), {invert ? 255 - code : code, rest});
+    const std::vector<trigger_box::byte_at> got = box.received(want.size());
+    std::vector<int> values;
+    for (const auto& b : got) values.push_back(b.value);
+    ASSERT_EQ(values, want);
+    std::vector<Show> onsets;
+    for (const Show& s : shows(dir.read("timing.tsv")))
+      if (s.nummer != 3) onsets.push_back(s);
+    ASSERT_EQ(onsets.size(), 4u);
+    // The pseudo-terminal may deliver late, never early: the code after its
+    // show action began, the rest level a pulse width after that.
+    for (int i = 0; i < 4; ++i) {
+      SCOPED_TRACE(i);
+      EXPECT_GE(static_cast<long long>(got[1 + 2 * i].us), onsets[i].start_us);
+      EXPECT_GE(static_cast<long long>(got[2 + 2 * i].us), onsets[i].start_us + 3000);
+    }
+  }
+}
+
 TEST_F(Ports, WithoutAPortTheRunGoesOnWithoutTriggers) {
   dir.write("t.s", "null nummer=1 t0=100 t1=100 trigger=5;\n");
-  std::vector<std::string> a = args();
-  a.back() = "-lpt1-device=none";
-  const harness::Run r = run(a);
-  EXPECT_EQ(r.status, 0) << log;
-  EXPECT_TRUE(harness::contains(log, "lpt/set_port: Invalid argument"));
-  EXPECT_TRUE(harness::contains(log, "warning: 0: no trigger output") || harness::contains(log, "no trigger output"));
-  EXPECT_TRUE(harness::contains(log, "trig_out/port: Invalid argument"));
+  for (const char* device : {"none", "auto"}) {
+    SCOPED_TRACE(device);
+    const bool absent = std::string(device) == "auto";
+    if (absent && !glob_none("/dev/parport*")) continue;  // this machine has a parallel port
+    std::vector<std::string> a = args();
+    a.back() = std::string("-lpt1-device=") + device;
+    const harness::Run r = run(a);
+    EXPECT_EQ(r.status, 0) << log;
+    if (!absent) {
+      EXPECT_TRUE(harness::contains(log, "lpt/set_port: Invalid argument"));
+      EXPECT_TRUE(harness::contains(log, "warning: 0: no trigger output") || harness::contains(log, "no trigger output"));
+      EXPECT_TRUE(harness::contains(log, "trig_out/port: Invalid argument"));
+    } else {
+      // Left to auto on a machine without a parallel port: one line, and
+      // the trigger values are dropped without a line each.
+      EXPECT_EQ(harness::lines_with(log, "no parallel port on this machine: no pen, LED or trigger output").size(), 1u)
+          << log;
+      for (const char* no : {"error: ", "no trigger output", "no pen output", "no LED output"})
+        EXPECT_FALSE(harness::contains(log, no)) << no << "\n" << log;
+    }
+  }
 }
 
 TEST_F(Ports, ABlockWaitsForTheAcknowledgeLineOfTheResponseBox) {

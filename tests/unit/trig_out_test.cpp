@@ -5,9 +5,11 @@
 #include <algorithm>
 
 #include "fake_clock.h"
+#include "services/config.h"
 #include "services/results.h"
 #include "sim_port.h"
 #include "test_support.h"
+#include "tools/trigger_box.h"
 
 namespace {
 struct TrigOut : ::testing::Test {
@@ -39,7 +41,7 @@ TEST_F(TrigOut, PortAndInversionTextsAreSearchedAsDesigned) {
       {"lpt2", "Yes please", 1, 0xff},
       {"lpt1 or lpt3", "YES", 1, 0xff},  // the later test wins
       {"none", "yes", 0, -1},
-      {"com1", "no", 0, -1},
+      {"com", "no", 0, -1},  // a serial port needs its number
       {"", "", 0, -1},
   };
   for (const auto& c : cases) {
@@ -128,4 +130,67 @@ TEST_F(TrigOut, DefaultFileNameFollowsTheResultsFile) {
   ASSERT_EQ(trig_out_init(1), 0);
   EXPECT_TRUE(log.has("Using " + d.path("r.txt.trg") + " for saving trigger values"));
   resclose();
+}
+
+TEST_F(TrigOut, ASerialInterfaceGetsTheCodeAndTheRestLevel) {
+  struct {
+    const char* mode;
+    const char* invert;
+    std::vector<int> bytes;  // at start-up, then for code 5
+    bool rest;               // the pulse ends with a rest byte
+  } cases[] = {
+      {"byte", "no", {0x00, 0x05, 0x00}, true},
+      {"byte", "yes", {0xff, 0xfa, 0xff}, true},
+      {"pulse", "yes", {0xfa}, false},  // the interface times the pulse
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.mode + std::string(" ") + c.invert);
+    trigger_box box;
+    ASSERT_TRUE(box.ok());
+    LogCapture log({box.arg(3), std::string("-trigger-serial-mode=") + c.mode});
+    ASSERT_EQ(trig_out_init("COM3", c.invert, nullptr), 0) << log.text();
+    EXPECT_TRUE(log.has("trigger output: com3 on " + box.path() + ", 115200 bit/s, " + c.mode + " mode")) << log.text();
+    const unsigned long long sent = trigger_box::now_us();
+    ASSERT_EQ(trig_out_send(5), 0);
+    const std::vector<trigger_box::byte_at> got = box.received(c.bytes.size());
+    std::vector<int> values;
+    for (const auto& b : got) values.push_back(b.value);
+    EXPECT_EQ(values, c.bytes);
+    // The pseudo-terminal may deliver late, never early.
+    if (c.rest && got.size() == 3) {
+      EXPECT_GE(got[2].us, sent + 3000) << "the rest level came before the pulse width";
+    }
+    trig_out_reset();
+  }
+}
+
+TEST_F(TrigOut, ASerialPortThatCannotBeUsedIsReported) {
+  TempDir d;
+  trigger_box box;
+  ASSERT_TRUE(box.ok());
+  box.hold();
+  const std::string file = d.path("plain");
+  FILE* f = fopen(file.c_str(), "w");
+  fclose(f);
+  struct {
+    std::vector<std::string> args;
+    std::string logged;
+  } cases[] = {
+      {{"-com1-device=/nonexistent/ttyACM0"},
+       "trig_out/com1: /nonexistent/ttyACM0: No such file or directory (is the interface plugged in?)"},
+      {{box.arg(1)}, box.path() + ": Resource temporarily unavailable (in use by another program)"},
+      {{"-com1-device=" + file}, file + ": Inappropriate ioctl for device"},
+      {{box.arg(1), "-cfg=" + d.write("baud.cfg", "trigger-serial-baud = 12345\n")},
+       "trig_out/com1: 12345 bit/s: Invalid argument"},
+      {{box.arg(1), "-trigger-serial-mode=toggle"}, "trigger-serial-mode toggle (byte or pulse): Invalid argument"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.logged);
+    LogCapture log(c.args);
+    ASSERT_EQ(config_init(), 0);
+    EXPECT_EQ(trig_out_init("com1", "yes", nullptr), -1);
+    EXPECT_TRUE(log.has(c.logged)) << log.text();
+    EXPECT_FALSE(log.has("trigger output:")) << log.text();
+    config_done();
+  }
 }
