@@ -168,10 +168,8 @@ void measure_lead() {
   for (double lead = 2000; lead < clock_.period_us(); lead += 2000) {
     const uint64_t m = clock_.msc_at(alleg_system_us() + static_cast<uint64_t>(lead) + 3000);
     const uint64_t at = clock_.ust_of(m) - static_cast<uint64_t>(lead);
-    while (alleg_system_us() < at) {
-      const uint64_t left = at - alleg_system_us();
-      if (left > 1500) usleep(static_cast<useconds_t>(left - 1000));
-    }
+    for (uint64_t now; (now = alleg_system_us()) < at;)
+      if (at - now > 1500) usleep(static_cast<useconds_t>(at - now - 1000));
     lead_us_ = 0;
     const unsigned f = present_frame(m, 0);
     present_done d;
