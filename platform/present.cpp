@@ -162,10 +162,12 @@ void ask_msc(uint64_t target, uint64_t divisor) {
   xcb_flush(c_);
 }
 
-// Hands frames over ever sooner before their blank until one is on time.
+// Hands frames over ever sooner before their blank until two in a row are
+// on time; the lead kept has a margin of 3 ms over that.
 void measure_lead() {
   measuring_ = true;
-  for (double lead = 2000; lead < clock_.period_us(); lead += 2000) {
+  int on_time = 0;
+  for (double lead = 2000; lead < clock_.period_us(); lead += on_time ? 0 : 2000) {
     const uint64_t m = clock_.msc_at(alleg_system_us() + static_cast<uint64_t>(lead) + 3000);
     const uint64_t at = clock_.ust_of(m) - static_cast<uint64_t>(lead);
     for (uint64_t now; (now = alleg_system_us()) < at;)
@@ -174,8 +176,9 @@ void measure_lead() {
     const unsigned f = present_frame(m, 0);
     present_done d;
     if (!f || !wait_until([f, &d] { return present_result(f, d) == 1; }, 200)) break;
-    if (d.late == 0) {
-      lead_us_ = lead + 1000;
+    on_time = d.late == 0 ? on_time + 1 : 0;
+    if (on_time == 2) {
+      lead_us_ = lead + 3000;
       measuring_ = false;
       return;
     }
@@ -323,11 +326,8 @@ int present_result(unsigned serial, present_done& d) {
       return 1;
     }
     if (!en.replaced_by) {
-      if (en.done) {
-        d = en.d;
-        return 1;
-      }
-      return 0;
+      d = en.d;
+      return en.done ? 1 : 0;
     }
     serial = en.replaced_by;
   }

@@ -33,8 +33,8 @@ unsigned present_frame(uint64_t target_msc, int tag);
 uint64_t present_queued();
 // Takes in the completions that have arrived, without waiting.
 void present_poll();
-// 1 with the frame's completion, 0 while pending, -1 for a serial not
-// presented or long forgotten.
+// 1 with the frame's completion, 0 while pending (d holds its target), -1
+// for a serial not presented or long forgotten.
 int present_result(unsigned serial, present_done& d);
 // The first vertical blank at or after a moment (CLOCK_MONOTONIC us), and
 // the moment of a vertical blank, from the completions seen so far.

@@ -137,7 +137,8 @@ std::vector<unsigned long long> reports;  // CLOCK_MONOTONIC when a key was repo
 class flash : public stim {
  public:
   flash(const char* line, int& err) : stim(line, err) {}
-  long showtime() const override { return display_onset_delay(); }
+  long showtime() const override { return shown_frames::showtime(0); }
+  long hidetime() const override { return shown_frames::hidetime(0, t1, showtime()); }
   int show() override {
     rectfill(getscreen(), kFlashX, kFlashY, kFlashX + kFlashSize - 1, kFlashY + kFlashSize - 1, makecol(255, 255, 255));
     frames_.show(true, showtime(), static_cast<int>(nummer));

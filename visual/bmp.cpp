@@ -148,7 +148,7 @@ long bmp::pstime() const { return 70; }
 
 long bmp::showtime() const { return synced() ? display_onset_delay() : 1; }
 
-long bmp::hidetime() const { return 6; }
+long bmp::hidetime() const { return shown_frames::hidetime(6, t1, showtime()); }
 
 int bmp::prepare() {
   bitmap = nullptr;

@@ -235,7 +235,8 @@ int fli::set(const char* attr) {
   return stim::set(attr);
 }
 
-long fli::showtime() const { return 10; }
+long fli::showtime() const { return shown_frames::showtime(10); }
+long fli::hidetime() const { return shown_frames::hidetime(0, t1, showtime()); }
 
 int fli::prepare() {
   // The film of the file name is its own; one a subclass put there (from

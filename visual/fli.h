@@ -53,6 +53,7 @@ class fli : public stim {
 
   int set(const char* attr) override;
   long showtime() const override;
+  long hidetime() const override;
   int prepare() override;
   int cleanup() override;
   int show() override;

@@ -1,10 +1,19 @@
 #include "visual/frames.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "engine/stim.h"
 #include "platform/display.h"
 #include "platform/timer.h"
+
+long shown_frames::showtime(long fallback) { return display_presents() ? display_onset_delay() : fallback; }
+
+long shown_frames::hidetime(long fallback, long t1, long showtime) {
+  if (!display_presents()) return fallback;
+  const long lead = static_cast<long>(std::ceil(alleg_refresh_time() / 2)) + display_onset_delay();
+  return std::max(0L, std::min(lead, t1 + showtime - 1));
+}
 
 void shown_frames::before_show(bool synced) {
   if (synced && !display_presents()) display_vsync();

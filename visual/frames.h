@@ -10,6 +10,13 @@ struct shown_frames {
   unsigned on = 0;   // the onset's frame, 0 when none was presented
   unsigned off = 0;  // the offset's
 
+  // How long before their due times a presented picture's show and hide
+  // are called: the show as long as the display needs a frame ahead of its
+  // vertical blank, the hide half a frame more (its blank may lie that much
+  // before its due time), and never before the show. Where frames are not
+  // presented, the fallback values.
+  static long showtime(long fallback);
+  static long hidetime(long fallback, long t1, long showtime);
   // Before a show draws: the retrace wait of a synced picture, where
   // frames are not presented.
   static void before_show(bool synced);

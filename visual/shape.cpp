@@ -279,6 +279,9 @@ int shape::hide() {
   return stim::hide();
 }
 
+long shape::showtime() const { return shown_frames::showtime(0); }
+long shape::hidetime() const { return shown_frames::hidetime(0, t1, showtime()); }
+
 int shape::onset_us(unsigned long long& us) const { return frames_.onset_us(us); }
 
 stim* _shape(const char* attributes) { return stim_make<shape>(attributes); }

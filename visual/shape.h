@@ -20,6 +20,8 @@ class shape : public stim {
   int preshow() override;
   int show() override;
   int hide() override;
+  long showtime() const override;
+  long hidetime() const override;
   int onset_us(unsigned long long& us) const override;
   ~shape() override;
 

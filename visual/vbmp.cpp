@@ -153,11 +153,12 @@ int vbmp::set(const char* attr) {
 long vbmp::pstime() const { return 50; }
 
 long vbmp::showtime() const {
+  if (display_presents()) return shown_frames::showtime(1);
   if (synced() && display_onset_delay() > 1) return 2L * alleg_refresh_rate();
   return 1;
 }
 
-long vbmp::hidetime() const { return 6; }
+long vbmp::hidetime() const { return shown_frames::hidetime(6, t1, showtime()); }
 
 int vbmp::prepare() {
   stim::prepare();
