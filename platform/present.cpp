@@ -62,7 +62,7 @@ struct entry {
 };
 entry ring_[kRing];
 
-const int kPool = 6;
+const int kPool = 8;
 struct buffer {
   xcb_pixmap_t pixmap = 0;
   bool busy = false;
@@ -86,6 +86,7 @@ long missed_ = 0;
 // frame that came late for want of notice.
 double lead_us_ = 2000;
 bool measuring_ = false;
+bool starved_told_ = false;
 int last_late_tag_ = -1;
 present_clock clock_;
 
@@ -269,50 +270,62 @@ void present_poll() {
   while (xcb_generic_event_t* ev = xcb_poll_for_special_event(c_, special_)) take(ev);
 }
 
-unsigned present_frame(uint64_t target_msc, int tag) {
-  if (!c_) return 0;
-  present_poll();
+namespace {
+
+// Hands a copy of the canvas over for blank target (0: the next); the
+// frames still waiting for that same blank are replaced by it.
+unsigned send(uint64_t target, uint64_t next, bool timed, int tag, uint64_t now) {
   buffer* b = nullptr;
-  auto free_buffer = [&b] {
-    for (buffer& x : pool_)
-      if (!x.busy) b = &x;
-    return b != nullptr;
-  };
-  if (!free_buffer() && !wait_until(free_buffer, 100)) {
-    alleg_warning("present: no free frame buffer");
+  for (buffer& x : pool_)
+    if (!x.busy) b = &x;
+  // Never wait for one: what was drawn goes with the next frame.
+  if (!b) {
+    if (!starved_told_) alleg_warning("present: frames asked faster than the server shows them; some go with the next");
+    starved_told_ = true;
     return 0;
   }
-  // Frames reach the screen in the order they were handed over: one for an
-  // earlier blank than a frame already waiting goes with that one. A frame
-  // for no particular blank goes at the next (it is never late).
-  const bool timed = target_msc != 0;
-  const uint64_t now = alleg_system_us();
-  const uint64_t next = clock_.msc_at(now);
-  if (!timed) target_msc = queued_msc_ >= next ? queued_msc_ : 0;
-  else target_msc = std::max(target_msc, clock_.msc_at(now + static_cast<uint64_t>(lead_us_)));
   serial_ = (serial_ + 2) & ~kWaitBit;
   if (serial_ == 0) serial_ = 2;
-  if (target_msc && target_msc <= queued_msc_) {
-    target_msc = queued_msc_;
-    // The frame waiting for that blank is replaced by this one, which holds
-    // its drawing too.
-    for (entry& e : ring_)
-      if (e.serial && !e.done && e.d.target_msc == target_msc && !e.replaced_by) e.replaced_by = serial_;
-  }
+  const uint64_t blank = target ? target : next;
+  for (entry& e : ring_)
+    if (e.serial && !e.done && e.d.target_msc == blank && !e.replaced_by) e.replaced_by = serial_;
   entry& en = slot_of(serial_);
   en = entry{};
   en.serial = serial_;
   en.tag = tag;
   en.timed = timed;
-  en.notice_us = static_cast<double>(clock_.ust_of(en.d.target_msc)) - static_cast<double>(now);
-  en.d.target_msc = target_msc ? target_msc : next;
+  en.d.target_msc = blank;
+  en.notice_us = static_cast<double>(clock_.ust_of(blank)) - static_cast<double>(now);
   xcb_copy_area(c_, canvas_, b->pixmap, gc_, 0, 0, 0, 0, width_, height_);
-  xcb_present_pixmap(c_, window_, b->pixmap, serial_, 0, 0, 0, 0, 0, 0, 0, XCB_PRESENT_OPTION_NONE, target_msc, 0, 0,
-                     0, nullptr);
-  xcb_flush(c_);
+  xcb_present_pixmap(c_, window_, b->pixmap, serial_, 0, 0, 0, 0, 0, 0, 0, XCB_PRESENT_OPTION_NONE, target, 0, 0, 0,
+                     nullptr);
   b->busy = true;
-  if (target_msc) queued_msc_ = target_msc;
   return serial_;
+}
+
+}  // namespace
+
+unsigned present_frame(uint64_t target_msc, int tag) {
+  if (!c_) return 0;
+  present_poll();
+  // A frame for no particular blank goes at the next (it is never late); a
+  // timed one no sooner than the server can take it.
+  const bool timed = target_msc != 0;
+  const uint64_t now = alleg_system_us();
+  const uint64_t next = clock_.msc_at(now);
+  if (timed) target_msc = std::max(target_msc, clock_.msc_at(now + static_cast<uint64_t>(lead_us_)));
+  const unsigned f = send(target_msc, next, timed, tag, now);
+  if (!f) return 0;
+  // A frame already waiting for a later blank holds older drawing than this
+  // one: the canvas goes again for that blank, in its place.
+  const uint64_t mine = timed ? target_msc : next;
+  if (queued_msc_ > mine && queued_msc_ >= next) {
+    send(queued_msc_, next, false, tag, now);
+  } else {
+    queued_msc_ = mine;
+  }
+  xcb_flush(c_);
+  return f;
 }
 
 int present_result(unsigned serial, present_done& d) {
