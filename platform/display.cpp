@@ -81,6 +81,7 @@ void canvas_redraw(int x, int y, int w, int h) {
   if (h > img->height - y) h = img->height - y;
   if (w <= 0 || h <= 0) return;
   XPutImage(dpy_, present_canvas(), canvas_gc_, img, x, y, x, y, static_cast<unsigned>(w), static_cast<unsigned>(h));
+  present_drawn(x, y, w, h);
   dirty_ = true;
 }
 

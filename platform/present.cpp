@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 #include <xcb/present.h>
+#include <xcb/xfixes.h>
 #include <xcb/xcb.h>
 
 #include <algorithm>
@@ -63,11 +64,29 @@ struct entry {
 entry ring_[kRing];
 
 const int kPool = 8;
+// Each buffer keeps the part of the canvas drawn since it was last filled,
+// so that only that part is copied when it is used again.
+struct box {
+  int x0 = 0, y0 = 0, x1 = 0, y1 = 0;  // empty when x0 >= x1
+  void add(int x, int y, int w, int h) {
+    if (x0 >= x1) {
+      x0 = x, y0 = y, x1 = x + w, y1 = y + h;
+      return;
+    }
+    x0 = std::min(x0, x), y0 = std::min(y0, y), x1 = std::max(x1, x + w), y1 = std::max(y1, y + h);
+  }
+};
 struct buffer {
   xcb_pixmap_t pixmap = 0;
   bool busy = false;
+  box stale;
 };
 buffer pool_[kPool];
+// What the window lacks: drawn since the last frame was handed over, and
+// what the frames not yet shown bring (a frame skipped for a later one
+// leaves its part to that one).
+box unsent_, pending_;
+int frames_pending_ = 0;
 
 xcb_connection_t* c_ = nullptr;
 xcb_special_event_t* special_ = nullptr;
@@ -104,6 +123,7 @@ void completed(const xcb_present_complete_notify_event_t* e) {
   }
   entry& en = slot_of(e->serial);
   if (en.serial != e->serial) return;
+  if (!en.done && frames_pending_ > 0) --frames_pending_;
   en.done = true;
   en.d.msc = e->msc;
   en.d.ust = e->ust;
@@ -202,6 +222,11 @@ bool present_init(_XDisplay* dpy, unsigned long window, bool composited) {
       xcb_present_query_version_reply(c, xcb_present_query_version(c, 1, 2), nullptr);
   if (!v) return false;
   free(v);
+  // Frames name the part of them that changed in an XFixes region.
+  xcb_xfixes_query_version_reply_t* fv =
+      xcb_xfixes_query_version_reply(c, xcb_xfixes_query_version(c, 5, 0), nullptr);
+  if (!fv) return false;
+  free(fv);
   xcb_get_geometry_reply_t* g = xcb_get_geometry_reply(c, xcb_get_geometry(c, static_cast<xcb_window_t>(window)), nullptr);
   if (!g) return false;
   c_ = c;
@@ -215,6 +240,9 @@ bool present_init(_XDisplay* dpy, unsigned long window, bool composited) {
   clock_ = present_clock{};
   clock_.nominal_us = 1e6 / (alleg_refresh_rate() > 0 ? alleg_refresh_rate() : 60);
   for (entry& e : ring_) e = entry{};
+  unsent_ = pending_ = box{};
+  unsent_.add(0, 0, width_, height_);
+  frames_pending_ = 0;
 
   const xcb_present_event_t eid = xcb_generate_id(c_);
   special_ = xcb_register_for_special_xge(c_, &xcb_present_id, eid, nullptr);
@@ -228,8 +256,9 @@ bool present_init(_XDisplay* dpy, unsigned long window, bool composited) {
   const xcb_rectangle_t all{0, 0, width_, height_};
   xcb_poly_fill_rectangle(c_, canvas_, gc_, 1, &all);
   for (buffer& b : pool_) {
+    b = buffer{};
     b.pixmap = xcb_generate_id(c_);
-    b.busy = false;
+    b.stale.add(0, 0, width_, height_);
     xcb_create_pixmap(c_, depth, b.pixmap, window_, width_, height_);
   }
   // Where the vertical blanks are: one completion tells.
@@ -261,8 +290,12 @@ void present_exit() {
 }
 
 bool present_on() { return c_ != nullptr; }
+
+void present_drawn(int x, int y, int w, int h) {
+  for (buffer& b : pool_) b.stale.add(x, y, w, h);
+  unsent_.add(x, y, w, h);
+}
 unsigned long present_canvas() { return canvas_; }
-uint64_t present_queued() { return queued_msc_; }
 long present_missed() { return missed_; }
 
 void present_poll() {
@@ -296,9 +329,27 @@ unsigned send(uint64_t target, uint64_t next, bool timed, int tag, uint64_t now)
   en.timed = timed;
   en.d.target_msc = blank;
   en.notice_us = static_cast<double>(clock_.ust_of(blank)) - static_cast<double>(now);
-  xcb_copy_area(c_, canvas_, b->pixmap, gc_, 0, 0, 0, 0, width_, height_);
-  xcb_present_pixmap(c_, window_, b->pixmap, serial_, 0, 0, 0, 0, 0, 0, 0, XCB_PRESENT_OPTION_NONE, target, 0, 0, 0,
-                     nullptr);
+  const box& st = b->stale;
+  if (st.x0 < st.x1)
+    xcb_copy_area(c_, canvas_, b->pixmap, gc_, static_cast<int16_t>(st.x0), static_cast<int16_t>(st.y0),
+                  static_cast<int16_t>(st.x0), static_cast<int16_t>(st.y0), static_cast<uint16_t>(st.x1 - st.x0),
+                  static_cast<uint16_t>(st.y1 - st.y0));
+  b->stale = box{};
+  box update = frames_pending_ > 0 ? pending_ : box{};
+  if (unsent_.x0 < unsent_.x1) update.add(unsent_.x0, unsent_.y0, unsent_.x1 - unsent_.x0, unsent_.y1 - unsent_.y0);
+  pending_ = update;
+  unsent_ = box{};
+  ++frames_pending_;
+  xcb_xfixes_region_t region = 0;
+  if (update.x0 < update.x1) {
+    region = xcb_generate_id(c_);
+    const xcb_rectangle_t r{static_cast<int16_t>(update.x0), static_cast<int16_t>(update.y0),
+                            static_cast<uint16_t>(update.x1 - update.x0), static_cast<uint16_t>(update.y1 - update.y0)};
+    xcb_xfixes_create_region(c_, region, 1, &r);
+  }
+  xcb_present_pixmap(c_, window_, b->pixmap, serial_, 0, region, 0, 0, 0, 0, 0, XCB_PRESENT_OPTION_NONE, target, 0, 0,
+                     0, nullptr);
+  if (region) xcb_xfixes_destroy_region(c_, region);
   b->busy = true;
   return serial_;
 }

@@ -22,15 +22,16 @@ struct present_done {
 bool present_init(_XDisplay* dpy, unsigned long window, bool composited);
 void present_exit();
 bool present_on();
-// The pixmap drawing goes to, of the window's size and depth.
+// The pixmap drawing goes to, of the window's size and depth, and the part
+// of it just drawn on.
 unsigned long present_canvas();
+void present_drawn(int x, int y, int w, int h);
 
-// Presents the canvas at the vertical blank target_msc (0: the next one
-// after those already asked for); the frame's serial, 0 when it could not
-// be presented. tag (the trial number) names the frame in the log.
+// Presents the canvas at the vertical blank target_msc (0: the next one),
+// and no sooner than the server can take it; the frame's serial, 0 when no
+// frame buffer was free (what was drawn then goes with the next frame).
+// tag (the trial number) names the frame in the log of late frames.
 unsigned present_frame(uint64_t target_msc, int tag);
-// The vertical blank asked for with the latest frame.
-uint64_t present_queued();
 // Takes in the completions that have arrived, without waiting.
 void present_poll();
 // 1 with the frame's completion, 0 while pending (d holds its target), -1
