@@ -2,6 +2,9 @@
 # says otherwise) and the Debian package (make package, prefix /usr).
 # The program is installed unstripped: its resources are appended to it.
 include(GNUInstallDirs)
+# Installing needs the program, its man page and resources, not the tests:
+# make install / make package build those targets first.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY TRUE)
 set(IXMOD_EXAMPLES_DIR ${CMAKE_INSTALL_DATADIR}/ixmod/examples)
 
 install(TARGETS ixmod RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -110,8 +110,8 @@ std::string check_block_line(int block, const block_summary& b) {
   std::string s = format("block %d: %d line%s", block, b.lines, b.lines == 1 ? "" : "s");
   if (!b.built) return s + ", not built";
   if (b.evaluated == 0) return s + ", a page (no trials)";
-  return s + format(", %d trial%s (%d evaluated stimuli), %.1f s", b.trials, b.trials == 1 ? "" : "s", b.evaluated,
-                    b.duration_ms / 1000.0);
+  return s + format(", %d trial%s (%d evaluated %s), %.1f s", b.trials, b.trials == 1 ? "" : "s", b.evaluated,
+                    b.evaluated == 1 ? "stimulus" : "stimuli", b.duration_ms / 1000.0);
 }
 
 namespace {
