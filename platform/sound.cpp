@@ -442,6 +442,9 @@ unsigned long long sound_latency_us() {
   return static_cast<unsigned long long>(latency_us_);
 }
 unsigned long sound_underruns() { return underruns_; }
+unsigned sound_rate() { return rate_; }
+double sound_period_ms() { return period_ * 1e3 / rate_; }
+double sound_buffer_ms() { return buffer_ * 1e3 / rate_; }
 
 int sound_allocate(const SAMPLE* s) { return mixer_.allocate(s); }
 void sound_set_volume(int voice, int volume) { mixer_.set_volume(voice, volume); }

@@ -86,14 +86,23 @@ __attribute__((format(printf, 2, 3))) void format(char (&buf)[kFormatted], const
   va_end(ap);
 }
 
+log_listener listener_ = nullptr;
+void* listener_ctx_ = nullptr;
+
 void line(const char* prefix, const char* text) {
   // A null text still gives a line: "%s" of null prints "(null)".
   fprintf(out(), "%s%ld: %s\n", prefix, alleg_get_timer(), text_or_null(text));
+  if (listener_) listener_(prefix, text_or_null(text), listener_ctx_);
 }
 
 }  // namespace
 
 FILE* log_stream() { return out(); }
+
+void log_listen(log_listener fn, void* ctx) {
+  listener_ = fn;
+  listener_ctx_ = fn ? ctx : nullptr;
+}
 
 int log_init() {
   char def[255];

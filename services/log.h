@@ -9,6 +9,10 @@ int log_init();
 void log_done();
 void alleg_logflush();
 FILE* log_stream();
+// Every line written from now on is also handed to fn: its prefix ("",
+// "warning: ", "error: ") and its text. Null stops it.
+typedef void (*log_listener)(const char* prefix, const char* text, void* ctx);
+void log_listen(log_listener fn, void* ctx);
 
 void alleg_message(const char* text);
 void alleg_message(const char* fmt, int a);

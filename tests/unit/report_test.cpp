@@ -114,6 +114,29 @@ class ReportBlock : public ::testing::Test {
   }
 };
 
+TEST_F(ReportBlock, APageHasNoRowATrialBlockEndedEarlyKeepsOne) {
+  // Blocks as lines: whether the report gets a row for them.
+  const struct {
+    std::vector<std::string> lines;
+    bool row;
+  } cases[] = {
+      {{"null t0=0 t1=10 kritisch=-1"}, false},                                   // an instruction page
+      {{"null t0=0 t1=10 kritisch=-1", "null nummer=1 t0=20 t1=10 kritisch=-1"}, false},
+      {{"null t0=0 t1=10 kritisch=-1", "null nummer=1 t0=20 t1=10 kritisch=0"}, true},  // one catch trial
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> lines = c.lines;
+    std::vector<char*> raw;
+    for (std::string& l : lines) raw.push_back(l.data());
+    int err = 0;
+    stimuli block(static_cast<int>(raw.size()), raw.data(), err);
+    ASSERT_EQ(err, 0);
+    session_report rep;
+    block.report(rep, 2);  // not run: a trial block whose run ended before its first trial
+    EXPECT_EQ(rep.blocks().size(), c.row ? 1u : 0u) << lines.back();
+  }
+}
+
 TEST_F(ReportBlock, CountsOutcomesAndAnticipationsOfARun) {
   // Trials 100 ms minreak, 5000 ms maxreak, shown for 50 ms.
   std::vector<std::string> lines = {
