@@ -30,18 +30,8 @@ std::unique_ptr<T> make(stim* (*factory)(const char*), const std::string& attrs)
 
 class Film : public ::testing::Test {
  protected:
-  void SetUp() override {
-    test_allegro(), set_color_depth(16);
-    screen = create_bitmap(800, 600);
-    clear_to_color(screen, rgb(128, 128, 128));
-    fake_clock::start(), display_vsync_reset(), alleg_refresh_rate(1000);
-    set_palette(default_palette);
-  }
-  void TearDown() override {
-    sfli_done(), tastatur_fake(nullptr), destroy_bitmap(screen);
-    screen = nullptr;
-    display_vsync_reset(), fake_clock::stop(), set_color_depth(8);
-  }
+  void SetUp() override { set_palette(default_palette); }
+  void TearDown() override { sfli_done(), tastatur_fake(nullptr); }
   // A description file of n frames of 40 x 30 pixels, frame i all frame_colour(i).
   std::string film(int n, const std::string& first_line) {
     std::string text = first_line + "\n";
@@ -62,6 +52,7 @@ class Film : public ::testing::Test {
     return f.reshow();
   }
   int at(int x, int y) { return getpixel(screen, x, y); }
+  MemoryScreen memory{16, 800, 600, 1000, rgb(128, 128, 128)};
   TempDir dir;
 };
 }  // namespace
