@@ -1,11 +1,13 @@
 # make demo  - install what is missing, build, run a demo session
 # make test  - install what is missing, build, run all tests (also under ASan/UBSan)
 # make bench - timing benchmark: schedule lateness, display and key latency
+# make soak  - a session of 30 minutes and 20 sessions killed at random
+#              moments: memory, lateness, lost presses, drift, files left
 # make fuzz  - build the libFuzzer targets with clang and run each for FUZZ_SECONDS (60)
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD_TYPE ?= RelWithDebInfo
 
-.PHONY: all deps build build-asan build-fuzz demo test bench fuzz clean
+.PHONY: all deps build build-asan build-fuzz demo test bench soak fuzz clean
 
 all: build
 
@@ -30,6 +32,9 @@ test: build build-asan
 
 bench: build
 	@scripts/bench.sh
+
+soak: build
+	@scripts/soak.sh
 
 build-fuzz: deps
 	@CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DIXMOD_FUZZ=ON >/dev/null
