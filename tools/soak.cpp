@@ -350,8 +350,9 @@ KillCheck check_killed(const Session& s, int seen) {
 int kills(const std::string& program, int n, unsigned seed) {
   std::mt19937 rng(seed);
   const Session proto{"", 5, 4, 1000};
-  // Start-up and five blocks of 4 trials and a second's lead each.
-  std::uniform_int_distribution<int> when_ms(500, 1500 + proto.blocks * (1000 + proto.trials * proto.period_ms));
+  // From the start to the end of the session: start-up, then each block's
+  // second of lead, its trials and the last one's time to answer.
+  std::uniform_int_distribution<int> when_ms(500, 1500 + proto.blocks * (3500 + proto.trials * proto.period_ms));
   bench_header();
   bench_section("SIGKILL at a random moment");
   int complete = 0, whole = 0, files = 0, ended_total = 0;
