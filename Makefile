@@ -3,13 +3,15 @@
 # make package - a Debian package of the same (build/ixmod_*.deb)
 # make test  - install what is missing, build, run all tests (also under ASan/UBSan)
 # make bench - timing benchmark: schedule lateness, display and key latency
+# make soak  - a session of 30 minutes and 20 sessions killed at random
+#              moments: memory, lateness, lost presses, drift, files left
 # make fuzz  - build the libFuzzer targets with clang and run each for FUZZ_SECONDS (60)
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD_TYPE ?= RelWithDebInfo
 
 PREFIX ?= /usr/local
 
-.PHONY: all deps configure build build-asan build-fuzz demo install package test bench fuzz clean
+.PHONY: all deps configure build build-asan build-fuzz demo install package test bench soak fuzz clean
 
 all: build
 
@@ -46,6 +48,9 @@ test: build build-asan
 
 bench: build
 	@scripts/bench.sh
+
+soak: build
+	@scripts/soak.sh
 
 build-fuzz: deps
 	@CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DIXMOD_FUZZ=ON >/dev/null

@@ -212,10 +212,14 @@ int ixmod_main(int argc, char** argv) {
     block->cleanup();
     block->speichern();
     delete block;
+    // Between blocks, where no trial waits: what the block gave is made
+    // durable, so a kill or a power cut from here on loses none of it. A
+    // file that fails is reported and ends the run with status 255.
+    results_sync();
     timing_write();
     report_write();
     lpt_flush();
-    alleg_logflush();
+    log_sync();
     if (failed != 0) return -1;
   }
   return alleg_exitcode(0);
