@@ -13,9 +13,10 @@ const double kMemoryS = 20;
 const double kOffUs = 3000;
 const double kMovedS = 0.04;
 const long kMovedN = 4;
-// After the stream moved, its observations of this long (s) are left out
-// once enough others have come.
+// After the stream moved, its observations of this long (s) weigh this
+// much less once they are past.
 const double kSettleS = 0.2;
+const double kForget = 0.01;
 // The device's latency beyond the buffer is averaged over this much of a
 // stretch (s), then held.
 const double kLagS = 0.5;
@@ -41,7 +42,7 @@ void sound_clock::reset(double rate, unsigned) {
   lag_n_ = 0;
   memory_frames_ = kMemoryS * rate;
   cxx_old_ = cxy_old_ = w_old_ = 0;
-  slope_ = 0;
+  slope_ = offset_ = 0;
   n_ = 0;
   fresh_ = false;
   new_stretch();
@@ -59,9 +60,9 @@ void sound_clock::new_stretch() {
     cxy_old_ += sxy_ - sx_ * sy_ / s0_;
     w_old_ += s0_;
   }
+  // The old line holds until the first observation of the new stretch.
   n_ = 0;
   s0_ = sx_ = sxx_ = sy_ = sxy_ = 0;
-  offset_ = 0;
   off_n_ = 0;
 }
 
@@ -79,9 +80,10 @@ bool sound_clock::observe(int64_t taken, double t_us, double held) {
     }
   }
   // The first observations after the stream moved still catch up with it:
-  // the stretch starts again once they are past.
+  // once they are past they weigh next to nothing (the line stays where
+  // it is and the next observations move it).
   if (fresh_ && n_ > 0 && static_cast<double>(taken - stretch_from_) > kSettleS / nominal_us_ * 1e6) {
-    new_stretch();
+    for (double* v : {&s0_, &sx_, &sxx_, &sy_, &sxy_}) *v *= kForget;
     fresh_ = false;
   }
   if (n_ == 0) {
