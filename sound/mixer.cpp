@@ -8,9 +8,12 @@
 namespace {
 // The time constant of the fit (s).
 const double kMemoryS = 20;
-// An observation this far off the line (µs) is left out; observations off
-// it for this long (s) and this many in a row start a new stretch.
-const double kOffUs = 3000;
+// An observation this far off the line (µs, or three quarters of a period,
+// or four times the observations' own scatter where that is more) is left
+// out; observations off it for this long (s) and this many in a row start
+// a new stretch. A step the fit took in would bend its slope.
+const double kOffUs = 1500;
+const double kOffSd = 4, kScatterKeep = 0.99;
 const double kMovedS = 0.04;
 const long kMovedN = 4;
 // After the stream moved, its observations of this long (s) weigh this
@@ -36,8 +39,10 @@ sound_lock::sound_lock() {
 }
 sound_lock::~sound_lock() { pthread_mutex_destroy(&m_); }
 
-void sound_clock::reset(double rate, unsigned) {
+void sound_clock::reset(double rate, unsigned period) {
   nominal_us_ = 1e6 / rate;
+  off_us_ = std::max(kOffUs, 0.75 * period * nominal_us_);
+  scatter_ = 0;
   lag_ = lag_sum_ = 0;
   lag_n_ = 0;
   memory_frames_ = kMemoryS * rate;
@@ -69,8 +74,10 @@ void sound_clock::new_stretch() {
 bool sound_clock::observe(int64_t taken, double t_us, double held) {
   bool on_line = true;
   if (n_ > 0) {
-    if (std::fabs(t_us - taken_at(taken)) <= kOffUs) {
+    const double r = t_us - taken_at(taken);
+    if (std::fabs(r) <= std::max(off_us_, kOffSd * std::sqrt(scatter_))) {
       off_n_ = 0;
+      scatter_ = scatter_ * kScatterKeep + r * r * (1 - kScatterKeep);
     } else {
       if (off_n_++ == 0) off_from_ = taken;
       if (off_n_ < kMovedN || taken - off_from_ < kMovedS / nominal_us_ * 1e6) return true;

@@ -70,6 +70,8 @@ class sound_clock {
   double taken_at(int64_t frame, double x = 0) const;
   double nominal_us_ = 1e6 / 44100;
   double memory_frames_ = 20 * 44100.0;
+  double off_us_ = 1500;
+  double scatter_ = 0;  // mean square distance of the observations from the line
   long n_ = 0;  // observations in the current stretch
   // Around the newest observation: x = frame - f0_, y = t - t0_ - x·nominal.
   int64_t f0_ = 0;

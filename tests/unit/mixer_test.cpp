@@ -191,6 +191,7 @@ TEST(Mixer, TheFrameClockLeavesOutStraysAndFollowsAStreamThatMoved) {
       {-8000, 3, false, false},   // a few: a stall, not a move
       {30000, 40, false, true},   // the device ran dry and plays on later
       {-8000, 40, false, true},   // or skipped frames
+      {2000, 40, false, true},    // a small move, which the fit would take for a change of rate
       {6000, 1, true, true},      // an underrun: the stream started again
   };
   for (const Case& c : cases) {
