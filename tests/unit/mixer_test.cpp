@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "sound/mixer.h"
@@ -99,45 +100,92 @@ TEST(Mixer, ALateVoiceStartsAtOnceAndTheVoiceEndsWhenHeardToItsEnd) {
   EXPECT_NE(m.allocate(&half_rate.s), -1);
 }
 
-TEST(Mixer, TheFrameClockFollowsTheDevicesOwnRate) {
-  // A device whose frames leave at 44.1 kHz × (1 + ppm), observed once a
-  // period with the thread's wake-up jitter, over 30 s; and a sound server
-  // that runs 1000 ppm fast for its first 5 s and at the given rate after.
-  struct Case { double ppm, jitter_us, first_ppm; } cases[] = {{0, 0, 0}, {200, 0, 200}, {200, 150, 200}, {-200, 150, -200}, {700, 200, 1000}};
+// A device whose clock runs `ppm` fast: it takes frames from the buffer at
+// 44.1 kHz × (1 + ppm) from t0 on, in chunks of `step` frames (its pointer
+// is the nearest chunk's end), and holds `held` of them before they leave.
+struct fake_device {
+  double ppm, held, step = 1;
+  double t0 = 5e6;
+  double rate() const { return 44100 * (1 + ppm * 1e-6); }
+  int64_t taken(double t) const { return static_cast<int64_t>(std::round((t - t0) * rate() / 1e6 / step) * step); }
+  double leaves(int64_t f) const { return t0 + (static_cast<double>(f) + held) * 1e6 / rate(); }
+};
+
+TEST(Mixer, TheFrameClockKeepsTheDevicesRateThroughNoisyDelayReadings) {
+  // The delay a sound server reports wanders (its own estimate, here up to
+  // `wander` frames and back over 30 s) while the frames it takes keep
+  // their pace; the clock must follow the pace, not the wander, from 2 s on.
+  struct Case {
+    double ppm, jitter_us, step, wander, worst_us;
+  } cases[] = {{0, 0, 1, 0, 25},        {200, 0, 1, 0, 25},       {200, 150, 1, 0, 40},
+               {-200, 150, 1, 0, 40},   {200, 150, 1, 45, 40},    {200, 400, 1, 45, 60},
+               {200, 2000, 176, 0, 150},  // a server taking 4 ms at once, read at any moment
+               {200, 2000, 176, 45, 150}};
   for (const Case& c : cases) {
-    const double rate = 44100 * (1 + c.ppm * 1e-6), first_rate = 44100 * (1 + c.first_ppm * 1e-6);
-    const double t0 = 5e6;
-    // Frames left by t, and the moment frame f leaves.
-    auto left = [&](double t) { return t < t0 + 5e6 ? (t - t0) * first_rate / 1e6 : 5 * first_rate + (t - t0 - 5e6) * rate / 1e6; };
-    auto moment = [&](double f) { return f < 5 * first_rate ? t0 + f * 1e6 / first_rate : t0 + 5e6 + (f - 5 * first_rate) * 1e6 / rate; };
+    const fake_device dev{c.ppm, 120, c.step};
     sound_clock clock;
     clock.reset(44100, 88);
     uint32_t seed = 7;
-    double worst = 0;
-    for (int k = 0; k < 15000; ++k) {
+    auto noise = [&] {
       seed = seed * 1664525u + 1013904223u;
-      const double t = t0 + k * 2000 + c.jitter_us * (seed >> 8) / double(1 << 24);
-      const int64_t leaving = static_cast<int64_t>(left(t));
-      clock.observe(leaving, t);
-      if (k < 5000) continue;
-      // A frame 10 ms ahead, as a voice is placed.
-      const int64_t f = leaving + 441;
-      worst = std::max(worst, std::fabs(clock.time_of(f) - moment(static_cast<double>(f))));
+      return (seed >> 8) / double(1 << 24);
+    };
+    double worst = 0;
+    for (int k = 0; k < 30000; ++k) {
+      const double t = dev.t0 + k * 2000 + c.jitter_us * noise();
+      const double drift = c.wander * (1 - std::cos((t - dev.t0) / 30e6 * 2 * M_PI)) / 2;
+      const double reported = dev.held + drift + 20 * (noise() - 0.5);
+      EXPECT_TRUE(clock.observe(dev.taken(t), t, reported));
+      if (k < 1000) continue;
+      // A frame 20 ms ahead, as a voice is placed.
+      const int64_t f = dev.taken(t) + 882;
+      worst = std::max(worst, std::fabs(clock.time_of(f) - dev.leaves(f)));
     }
-    EXPECT_LT(worst, 25) << c.ppm << " ppm, jitter " << c.jitter_us << ", at first " << c.first_ppm;
-    EXPECT_NEAR(clock.rate(), rate, 44100 * 5e-6) << c.ppm;
+    const std::string what = std::to_string(c.ppm) + " ppm, jitter " + std::to_string(c.jitter_us) + ", steps of " +
+                             std::to_string(c.step) + ", wander " + std::to_string(c.wander);
+    EXPECT_TRUE(clock.settled()) << what;
+    EXPECT_LT(worst, c.worst_us) << what;
+    EXPECT_NEAR(clock.rate(), dev.rate(), 44100 * 3e-6) << what;
+    EXPECT_EQ(clock.frame_at(clock.time_of(1234567)), 1234567) << what;
   }
 }
 
-TEST(Mixer, TheFrameClockStartsAgainAfterTheStreamBroke) {
-  sound_clock clock;
-  clock.reset(44100, 88);
-  for (int k = 0; k < 100; ++k) EXPECT_TRUE(clock.observe(88 * k, 1e6 + k * 1995.46));
-  // An underrun: the same frame leaves 30 ms later than the line says.
-  const double late = clock.time_of(8800) + 30000;
-  EXPECT_FALSE(clock.observe(8800, late));
-  EXPECT_DOUBLE_EQ(clock.time_of(8800), late);
-  EXPECT_NEAR(clock.time_of(8800 + 441), late + 10000, 1);
+TEST(Mixer, TheFrameClockLeavesOutStraysAndFollowsAStreamThatMoved) {
+  // After 10 s on a device 200 ppm fast, the device's frames leave `shift`
+  // µs later than before for `count` observations (one per 2 ms), or the
+  // stream was restarted; then the clock either stays on its line or
+  // continues from the new one, with the rate it had.
+  struct Case {
+    double shift_us;
+    int count;
+    bool restarted, moved;
+  } cases[] = {
+      {30000, 1, false, false},   // one stray observation
+      {-8000, 3, false, false},   // a few: a stall, not a move
+      {30000, 40, false, true},   // the device ran dry and plays on later
+      {-8000, 40, false, true},   // or skipped frames
+      {2000, 40, false, true},    // a small move, which the fit would take for a change of rate
+      {6000, 1, true, true},      // an underrun: the stream started again
+  };
+  for (const Case& c : cases) {
+    const fake_device dev{200, 0, 1};
+    sound_clock clock;
+    clock.reset(44100, 88);
+    double t = dev.t0;
+    for (; t < dev.t0 + 10e6; t += 2000) clock.observe(dev.taken(t), t);
+    if (c.restarted) {
+      clock.restart();
+      const int64_t f = dev.taken(t) + 882;
+      EXPECT_NEAR(clock.time_of(f), dev.leaves(f), 50) << "the old line until the first new observation";
+    }
+    int lines_started = 0;
+    for (int k = 0; k < c.count; ++k, t += 2000) lines_started += !clock.observe(dev.taken(t), t + c.shift_us);
+    const std::string what = std::to_string(c.shift_us) + " us x " + std::to_string(c.count);
+    EXPECT_EQ(lines_started, c.moved && !c.restarted ? 1 : 0) << what;
+    const int64_t f = dev.taken(t) + 882;
+    EXPECT_NEAR(clock.time_of(f), dev.leaves(f) + (c.moved ? c.shift_us : 0), 50) << what;
+    EXPECT_NEAR(clock.time_of(f + 441000) - clock.time_of(f), 10e6 / (1 + 200e-6), 5) << what << ": the rate kept";
+  }
 }
 
 }  // namespace
