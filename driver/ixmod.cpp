@@ -3,9 +3,12 @@
 #include <allegro.h>
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "driver/check.h"
+#include "driver/usage.h"
 #include "engine/stim.h"
 #include "engine/stimfile.h"
 #include "engine/stimuli.h"
@@ -144,8 +147,21 @@ int ixmod_main(int argc, char** argv) {
     program_path(self, sizeof self, argv[0]);
     argv[0] = self;
   }
+  if (const int want = usage_wanted(argc, argv)) {
+    const char* slash = argc > 0 ? strrchr(argv[0], '/') : nullptr;
+    const char* name = slash ? slash + 1 : argc > 0 ? argv[0] : "ixmod";
+    if (want == 1) usage_print(stdout, name);
+    else printf("%s %s\n", name, ixmod_version());
+    return 0;
+  }
   if (argument_init(argc, const_cast<const char**>(argv)) != 0) return -1;
-  if (files_init() != 0) return -1;
+  if (argument_flag("check")) return check_main(argc, argv);
+  if (files_init() != 0) {
+    if (argument_lookup("lst") == 0)
+      alleg_error("no file list: name one with -lst=FILE (an empty list is a file holding the line 0); "
+                  "-help lists the options");
+    return -1;
+  }
   if (alleg_init(1) != 0) return -1;
   if (config_init() != 0) return -1;
   if (alleg_sound_init() != 0) return -1;
@@ -196,10 +212,14 @@ int ixmod_main(int argc, char** argv) {
     block->cleanup();
     block->speichern();
     delete block;
+    // Between blocks, where no trial waits: what the block gave is made
+    // durable, so a kill or a power cut from here on loses none of it. A
+    // file that fails is reported and ends the run with status 255.
+    results_sync();
     timing_write();
     report_write();
     lpt_flush();
-    alleg_logflush();
+    log_sync();
     if (failed != 0) return -1;
   }
   return alleg_exitcode(0);

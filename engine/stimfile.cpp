@@ -38,6 +38,8 @@
 
 namespace {
 std::vector<std::vector<std::string>> blocks_;
+std::vector<std::vector<int>> line_numbers_;
+std::string path_;
 bool stimfile_registered_ = false;
 
 std::vector<stimrec> records_;
@@ -59,18 +61,31 @@ bool file_exists(const char* path) { return access(path, F_OK) == 0; }
 
 int stimfile_read(FILE* f, const char* path) {
   std::vector<std::string> pieces;
+  std::vector<int> numbers;  // the file's line each piece starts on
   char buf[kLine];
-  while (text_gets(buf, sizeof buf, f)) pieces.emplace_back(buf);
+  for (int number = 1; text_gets(buf, sizeof buf, f);) {
+    pieces.emplace_back(buf);
+    numbers.push_back(number);
+    if (!pieces.back().empty() && pieces.back().back() == '\n') ++number;
+  }
 
   std::vector<std::vector<std::string>> blocks;
+  std::vector<std::vector<int>> lines;
   size_t i = 0;
   while (i < pieces.size() && is_content(pieces[i])) {
     std::vector<std::string> block;
-    while (i < pieces.size() && is_content(pieces[i])) block.push_back(std::move(pieces[i++]));
+    std::vector<int> block_lines;
+    while (i < pieces.size() && is_content(pieces[i])) {
+      block_lines.push_back(numbers[i]);
+      block.push_back(std::move(pieces[i++]));
+    }
     blocks.push_back(std::move(block));
+    lines.push_back(std::move(block_lines));
     ++i;  // the one separator between blocks
   }
   blocks_ = std::move(blocks);
+  line_numbers_ = std::move(lines);
+  path_ = path ? path : "";
   if (blocks_.empty()) alleg_warning("empty stimulus file", path);
   return 0;
 }
@@ -111,7 +126,14 @@ int stimfile_index(int block) { return static_cast<int>(blocks_[static_cast<size
 const char* stimfile_lines(int block, int line) {
   return blocks_[static_cast<size_t>(block)][static_cast<size_t>(line)].c_str();
 }
-void stimfile_done() { blocks_.clear(); }
+int stimfile_line_number(int block, int line) {
+  return line_numbers_[static_cast<size_t>(block)][static_cast<size_t>(line)];
+}
+const char* stimfile_path() { return path_.c_str(); }
+void stimfile_done() {
+  blocks_.clear();
+  line_numbers_.clear();
+}
 
 FILE* stimfile_create() {
   char def[101];

@@ -23,6 +23,10 @@ int stimfile_init();
 int stimfile_anzahl();
 int stimfile_index(int block);
 const char* stimfile_lines(int block, int line);
+// The line of the file (from 1) that a block's line starts on.
+int stimfile_line_number(int block, int line);
+// The file the blocks were read from.
+const char* stimfile_path();
 void stimfile_done();
 FILE* stimfile_create();
 // Reads blocks from an open stream (the work of stimfile_init); for tests.

@@ -413,6 +413,10 @@ int stimuli::antizipationen(int i) const {
 }
 
 void stimuli::report(session_report& rep, int block) const {
+  // A page (instruction, feedback) has no trials and no row.
+  bool trials = false;
+  for (int i = 0; i < count_ && !trials; ++i) trials = stims_[i] && stims_[i]->with_reaktion();
+  if (!trials) return;
   rep.begin_block(block);
   for (int i = 0; i < count_; ++i) {
     const stim* s = stims_[i];

@@ -68,7 +68,8 @@ class stimuli {
   // before its minreak in the last run (ignored by the run, counted here).
   int antizipationen(int i) const;
   // Adds the trials the last run evaluated, classified as run() classifies
-  // them, to rep as block number block.
+  // them, to rep as block number block. A block without any stimulus that
+  // takes a reaction (an instruction or feedback page) adds nothing.
   void report(session_report& rep, int block) const;
 
  protected:

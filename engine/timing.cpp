@@ -3,34 +3,45 @@
 #include <cxxabi.h>
 
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "platform/display.h"
+#include "platform/durable.h"
 #include "services/argument.h"
 #include "services/log.h"
 
 namespace {
-FILE* file_ = nullptr;
+std::string file_;  // empty: no trace file
 bool keep_ = false;
-bool header_ = false;
 std::vector<timing_record> records_;
+
+const char kHeader[] =
+    "block\ttrial\ttype\taction\tdue_us\tactual_us\tlate_us\tdone_us\tretrace\tsystem_us\tvoice_us\tonset_us"
+    "\ttarget_msc\tmsc\tust\tmode\tframes_late\n";
+
+// The trace is replaced whole each time (the old lines, then the new), so
+// a kill while it is written leaves the last complete one. A file that
+// cannot be written is reported and the trace ends there.
+void replace(const std::string& text, bool keep_old) {
+  if (durable_replace(file_, text, keep_old) == 0) return;
+  log_output_failed(file_.c_str());
+  file_.clear();
+}
 
 const char* action_name(int a) { return a == 1 ? "preshow" : a == 2 ? "show" : a == 3 ? "hide" : "?"; }
 }  // namespace
 
 int timing_init() {
   const char* name = argument_value("timing");
-  if (!name || file_) return 0;
-  file_ = fopen(name, "w");
-  if (!file_) {
-    alleg_perror(name);
-    return 0;
-  }
-  atexit(timing_done);
+  if (!name || !file_.empty()) return 0;
+  file_ = name;
+  replace(kHeader, false);
+  if (!file_.empty()) atexit(timing_done);
   return 0;
 }
 
-bool timing_on() { return file_ || keep_; }
+bool timing_on() { return !file_.empty() || keep_; }
 void timing_keep(bool on) { keep_ = on; }
 
 void timing_reserve(int n) {
@@ -65,30 +76,31 @@ const char* mode_name(int mode) {
 }  // namespace
 
 void timing_write() {
-  if (!file_) return;
-  if (!header_) {
-    fputs("block\ttrial\ttype\taction\tdue_us\tactual_us\tlate_us\tdone_us\tretrace\tsystem_us\tvoice_us\tonset_us"
-          "\ttarget_msc\tmsc\tust\tmode\tframes_late\n",
-          file_);
-    header_ = true;
-  }
+  if (file_.empty()) return;
+  std::string text;
   for (const timing_record& r : records_) {
     int status = 0;
     char* type = abi::__cxa_demangle(r.type ? r.type->name() : "", nullptr, nullptr, &status);
     present_done d;
     if (!r.frame || !display_frame_told(r.frame, d)) d = present_done{};
-    fprintf(file_, "%d\t%u\t%s\t%s\t%llu\t%llu\t%lld\t%llu\t%s\t%llu\t%llu\t%llu\t%llu\t%llu\t%llu\t%s\t%d\n", r.block, r.nummer,
-            status == 0 && type ? type : "?", action_name(r.action), static_cast<unsigned long long>(r.due_us),
-            static_cast<unsigned long long>(r.actual_us),
-            static_cast<long long>(r.actual_us) - static_cast<long long>(r.due_us),
-            static_cast<unsigned long long>(r.done_us),
-            *display_vsync_source() ? display_vsync_source() : "none", static_cast<unsigned long long>(r.system_us), static_cast<unsigned long long>(r.voice_us),
-            static_cast<unsigned long long>(r.onset_us), static_cast<unsigned long long>(d.target_msc),
-            static_cast<unsigned long long>(d.msc), static_cast<unsigned long long>(d.ust), mode_name(d.mode), d.late);
+    char head[40], tail[700];
+    snprintf(head, sizeof head, "%d	%u	", r.block, r.nummer);
+    snprintf(tail, sizeof tail, "	%s	%llu	%llu	%lld	%llu	%s	%llu	%llu	%llu	%llu	%llu	%llu	%s	%d
+",
+             action_name(r.action), static_cast<unsigned long long>(r.due_us),
+             static_cast<unsigned long long>(r.actual_us),
+             static_cast<long long>(r.actual_us) - static_cast<long long>(r.due_us),
+             static_cast<unsigned long long>(r.done_us), *display_vsync_source() ? display_vsync_source() : "none",
+             static_cast<unsigned long long>(r.system_us), static_cast<unsigned long long>(r.voice_us),
+             static_cast<unsigned long long>(r.onset_us), static_cast<unsigned long long>(d.target_msc),
+             static_cast<unsigned long long>(d.msc), static_cast<unsigned long long>(d.ust), mode_name(d.mode), d.late);
+    text += head;
+    text += status == 0 && type ? type : "?";
+    text += tail;
     free(type);
   }
-  fflush(file_);
   records_.clear();
+  if (!text.empty()) replace(text, true);
 }
 
 void timing_clear() { records_.clear(); }
@@ -98,8 +110,6 @@ const timing_record* timing_records() { return records_.data(); }
 
 void timing_done() {
   timing_write();
-  if (file_) fclose(file_);
-  file_ = nullptr;
+  file_.clear();
   records_.clear();
-  header_ = false;
 }

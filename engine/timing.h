@@ -26,7 +26,9 @@ struct timing_record {
                             // the X server told of it is written out with it
 };
 
-// Opens the file named by option "timing" when given; 0 also without one.
+// Starts the file named by option "timing" when given (its header line); a
+// file that cannot be written is reported and the run goes on without a
+// trace. 0 always.
 int timing_init();
 bool timing_on();
 // Makes room for n more records; called before a block runs.
@@ -36,7 +38,8 @@ int timing_add(const timing_record& r);
 // Fills in the onset of record i once the display or sound stream told it.
 void timing_onset(int i, uint64_t onset_us);
 // Writes the records gathered so far (tab-separated, one line each) and
-// forgets them.
+// forgets them. The file is replaced whole and made durable: a kill at any
+// moment leaves it complete up to some block's end.
 void timing_write();
 // The records not yet written (benchmarks read them in place).
 int timing_count();

@@ -345,6 +345,29 @@ unsigned char COMPort::getModemSignals() const {
   return m;
 }
 
+std::vector<std::string> serial_devices_found() {
+  std::vector<std::string> found;
+  sp_port** list = nullptr;
+  if (sp_list_ports(&list) != SP_OK) return found;
+  for (sp_port** p = list; *p; ++p) found.emplace_back(sp_get_port_name(*p));
+  sp_free_port_list(list);
+  return found;
+}
+
+bool serial_can_open(const std::string& device, std::string& why) {
+  sp_port* p = nullptr;
+  sp_return r = sp_get_port_by_name(device.c_str(), &p);
+  if (r == SP_OK) r = sp_open(p, SP_MODE_READ_WRITE);
+  if (r == SP_OK) sp_close(p);
+  if (r != SP_OK) {
+    char* text = sp_last_error_message();
+    why = text ? text : "cannot open";
+    sp_free_error_message(text);
+  }
+  if (p) sp_free_port(p);
+  return r == SP_OK;
+}
+
 std::string serial_device(int number) {
   char key[32], def[32];
   snprintf(key, sizeof key, "com%d-device", number);

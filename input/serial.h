@@ -4,6 +4,7 @@
 // "com%d-device" (for example /dev/ttyUSB0).
 #pragma once
 #include <string>
+#include <vector>
 
 struct sp_port;
 struct comport_state;
@@ -71,6 +72,11 @@ class COMPort {
 
 // The device of COMn: "com%d-device", default /dev/ttyS(n-1).
 std::string serial_device(int number);
+
+// The serial devices the system lists (/dev/ttyS0, /dev/ttyUSB0, ...).
+std::vector<std::string> serial_devices_found();
+// Whether device opens for reading and writing; why not in why.
+bool serial_can_open(const std::string& device, std::string& why);
 
 // Opens, configures and probes the program's serial port: 0 or -1.
 int serial_init(const char* name);

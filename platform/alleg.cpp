@@ -237,7 +237,9 @@ void alleg_exit() {
   display_exit();
   alleg_logflush();
   fflush(nullptr);
-  _exit(exit_code_ & 0xff);
+  // A results, log, report or timing file that could not be written ends
+  // the run as a failure, whatever its blocks did.
+  _exit(log_outputs_ok() ? exit_code_ & 0xff : 255);
 }
 
 int alleg_exitcode(int code) { return exit_code_ = code; }

@@ -247,6 +247,8 @@ ALFONT_FONT* load_face(const char* warning, const std::string& path, int size) {
   return f;
 }
 
+std::string arial_path_, courier_path_;
+
 void release_faces() {
   alfont_destroy_font(arial_);
   alfont_destroy_font(courier_);
@@ -444,7 +446,8 @@ int alleg_fonts_init() {
   }
   char display[kBufferSize], file[kBufferSize], dir[kBufferSize];
   GetFontFile("Arial", display, file, dir);
-  arial_ = load_face("unable to load arial custom font", font_path(dir, file), 30);
+  arial_path_ = font_path(dir, file);
+  arial_ = load_face("unable to load arial custom font", arial_path_, 30);
 
   GetFontFile("courier new", display, file, dir);
   std::string path = font_path(dir, "courbd.ttf");
@@ -452,6 +455,7 @@ int alleg_fonts_init() {
     GetFontFile("Courier New:bold", display, file, dir);
     path = font_path(dir, file);
   }
+  courier_path_ = path;
   courier_ = load_face("unable to load courier custom font:", path, 20);
   return 0;
 }
@@ -459,6 +463,12 @@ int alleg_fonts_init() {
 void alleg_fonts_exit() {
   release_faces();
   alfont_exit();
+}
+
+const char* alleg_font_file(int face) {
+  if (face == 1 && arial_) return arial_path_.c_str();
+  if (face == 2 && courier_) return courier_path_.c_str();
+  return nullptr;
 }
 
 ALFONT_FONT* alleg_font_handle(int face) {

@@ -63,3 +63,5 @@ int alleg_fonts_init();
 void alleg_fonts_exit();
 // The loaded handle of face 1 or 2, else null.
 ALFONT_FONT* alleg_font_handle(int face);
+// The file face 1 or 2 was loaded from; null when it is not loaded.
+const char* alleg_font_file(int face);

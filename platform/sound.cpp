@@ -37,6 +37,9 @@ const double kMarginUs = 500;
 // start-up goes on; the write-ahead is measured on until the first voice
 // starts.
 const int kPlayedMs = 100, kWakeMs = 3000;
+// A device that keeps time of its own plays on until the frame clock has
+// its rate and the device's latency (about 0.6 s), at most this long.
+const int kSettleMs = 2000;
 // An observation of the device's delay that took longer than this (the
 // thread was preempted inside the call) is not used.
 const double kSlowCallUs = 300;
@@ -177,31 +180,51 @@ void keep_priority() {
 // device's first delays then are not yet its own.
 int settling_ = 0;
 const int kSettlingPeriods = 25;
+// The device was found dry at the last observation.
+bool dry_ = false;
 
 void recover(int err) {
   if (err == -EPIPE || err == -ESTRPIPE) ++underruns_;
   settling_ = kSettlingPeriods;
   if (snd_pcm_recover(pcm_, err, 1) < 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  // The frames queued were dropped: the clock starts again.
+  // The frames queued were dropped: where the stream's frames are is learnt
+  // again (the device's rate stays what it was).
   std::lock_guard<sound_lock> g(clock_lock_);
-  clock_.reset(rate_, static_cast<unsigned>(period_));
+  clock_.restart();
   if (!paced_) clock_.observe(mixer_.next(), now_us());
 }
 
-// The device's delay at a moment: which frame is leaving it.
+// The device's pointer at a moment: how many frames it has taken from the
+// buffer, and how many of those it still holds (its delay beyond the
+// buffer's content).
 void observe_device() {
   if (snd_pcm_state(pcm_) != SND_PCM_STATE_RUNNING) return;
-  snd_pcm_sframes_t delay = 0;
+  snd_pcm_sframes_t avail = 0, delay = 0;
   const double before = now_us();
-  const int r = snd_pcm_delay(pcm_, &delay);
+  const int r = snd_pcm_avail_delay(pcm_, &avail, &delay);
   const double after = now_us();
-  if (r < 0 || delay < 0 || after - before > kSlowCallUs) return;
+  if (r < 0 || avail < 0 || static_cast<snd_pcm_uframes_t>(avail) > buffer_) return;
+  if (delay <= 0) {
+    // The device ran dry (the thread was held up for longer than the
+    // buffer lasts): it plays the stream on later than before.
+    if (!dry_) {
+      ++underruns_;
+      std::lock_guard<sound_lock> g(clock_lock_);
+      clock_.restart();
+    }
+    dry_ = true;
+    return;
+  }
+  dry_ = false;
+  if (after - before > kSlowCallUs) return;
   if (settling_ > 0) {
     --settling_;
     return;
   }
+  const int64_t queued = static_cast<int64_t>(buffer_) - avail;
   std::lock_guard<sound_lock> g(clock_lock_);
-  clock_.observe(mixer_.next() - delay, (before + after) / 2);
+  // Off the line for a while: the stream moved all the same.
+  if (!clock_.observe(mixer_.next() - queued, (before + after) / 2, static_cast<double>(delay - queued))) ++underruns_;
 }
 
 // The device is open without blocking: a write it cannot take yet waits
@@ -222,11 +245,13 @@ void write_frames(const int16_t* data, snd_pcm_uframes_t frames) {
   }
 }
 
+// The write-ahead counts once the clock has settled: before, its line is
+// still a guess.
 void note_ahead() {
   double t;
   {
     std::lock_guard<sound_lock> g(clock_lock_);
-    if (!clock_.ready()) return;
+    if (paced_ ? !clock_.settled() : !clock_.ready()) return;
     t = clock_.time_of(mixer_.next());
   }
   const long long ahead = std::llround(t - now_us());
@@ -270,8 +295,8 @@ void output_loop() {
       continue;
     }
     const snd_pcm_sframes_t avail = snd_pcm_avail_update(pcm_);
-    if (avail < 0) {
-      recover(static_cast<int>(avail));
+    if (avail < 0 || static_cast<snd_pcm_uframes_t>(avail) > buffer_) {
+      recover(avail < 0 ? static_cast<int>(avail) : -EPIPE);
       continue;
     }
     if (static_cast<snd_pcm_uframes_t>(avail) < period_) {
@@ -308,7 +333,15 @@ int set_params(const char* device, unsigned period_us, unsigned buffer_us, char*
   snd_pcm_hw_params_get_buffer_size(hw, &buffer);
   snd_pcm_sw_params_t* sw;
   snd_pcm_sw_params_alloca(&sw);
-  if ((err = snd_pcm_sw_params_current(pcm_, sw)) < 0 ||
+  // The device does not stop when it runs dry: it plays silence (what it
+  // has played is cleared) and its pointer runs on, so that a sound server
+  // keeps the same stream and the clock sees where it went on. Past the
+  // buffer's end (a card's pointer) the stream is started again.
+  snd_pcm_uframes_t boundary = 0;
+  if ((err = snd_pcm_sw_params_current(pcm_, sw)) < 0 || (err = snd_pcm_sw_params_get_boundary(sw, &boundary)) < 0 ||
+      (err = snd_pcm_sw_params_set_stop_threshold(pcm_, sw, boundary)) < 0 ||
+      (err = snd_pcm_sw_params_set_silence_threshold(pcm_, sw, 0)) < 0 ||
+      (err = snd_pcm_sw_params_set_silence_size(pcm_, sw, boundary)) < 0 ||
       (err = snd_pcm_sw_params_set_start_threshold(pcm_, sw, buffer)) < 0 ||
       (err = snd_pcm_sw_params_set_avail_min(pcm_, sw, period)) < 0 || (err = snd_pcm_sw_params(pcm_, sw)) < 0)
     return fail(reason, size, device, err);
@@ -392,6 +425,13 @@ int sound_open(char* reason, int size) {
     snprintf(reason, static_cast<size_t>(size), "%s: the device does not play", device);
     return -1;
   }
+  for (int waited = 0; paced_ && waited < kSettleMs; waited += 10) {
+    {
+      std::lock_guard<sound_lock> g(clock_lock_);
+      if (clock_.settled()) break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
   latency_us_ = 0;
   running_ = true;
   if (!exit_handler_) exit_handler_ = atexit(sound_close) == 0;
@@ -433,15 +473,25 @@ unsigned long long sound_latency_us() {
   if (running_ && latency_us_ == 0) {
     const double ahead = static_cast<double>(max_ahead_us_.load());
     latency_us_ = std::ceil((ahead + kMarginUs) / 100) * 100;
-    char text[200];
+    double rate, held;
+    {
+      std::lock_guard<sound_lock> g(clock_lock_);
+      rate = clock_.rate();
+      held = clock_.held();
+    }
+    char text[300];
     snprintf(text, sizeof text,
-             "sound: latency %.2f ms measured (largest write-ahead %.2f ms): a voice starts this long after its due time",
-             latency_us_ / 1e3, ahead / 1e3);
+             "sound: latency %.2f ms measured (largest write-ahead %.2f ms): a voice starts this long after its due "
+             "time; device clock %+.0f ppm, %.2f ms held beyond the buffer",
+             latency_us_ / 1e3, ahead / 1e3, (rate / rate_ - 1) * 1e6, held * 1e3 / rate_);
     alleg_message(text);
   }
   return static_cast<unsigned long long>(latency_us_);
 }
 unsigned long sound_underruns() { return underruns_; }
+unsigned sound_rate() { return rate_; }
+double sound_period_ms() { return period_ * 1e3 / rate_; }
+double sound_buffer_ms() { return buffer_ * 1e3 / rate_; }
 
 int sound_allocate(const SAMPLE* s) { return mixer_.allocate(s); }
 void sound_set_volume(int voice, int volume) { mixer_.set_volume(voice, volume); }

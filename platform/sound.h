@@ -20,6 +20,10 @@ bool sound_running();
 // From a show's due time to the moment its voice's first sample leaves the
 // device (µs).
 unsigned long long sound_latency_us();
+// The open stream's frame rate (Hz), period and buffer (ms).
+unsigned sound_rate();
+double sound_period_ms();
+double sound_buffer_ms();
 // Underruns of the device since the stream was opened.
 unsigned long sound_underruns();
 

@@ -152,6 +152,13 @@ unsigned short lpt_get_address(int index) {
   return s.base;
 }
 
+const char* lpt_access(int index) {
+  if (lpt_get_address(index) == 0) return nullptr;
+  const slot& s = ports_[index];
+  if (!s.opened.ops) return "direct I/O";
+  return s.opened.ops == lpt_sim_ops() ? "simulated" : "ppdev";
+}
+
 int lpt_absent(int index) { return index >= 0 && index < kPorts && lpt_get_address(index) == 0 && ports_[index].absent; }
 
 int lpt_read_port(int index, unsigned char& value) {

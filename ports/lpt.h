@@ -20,6 +20,10 @@ unsigned short lpt_get_address(int index);
 // port at all. Such a port is undefined; outputs that merely default to it
 // are switched off by the start-up in one line instead of each reporting it.
 int lpt_absent(int index);
+// How port index is reached, opening it if it was not yet: "ppdev",
+// "direct I/O" or "simulated"; null when it cannot be opened or is not
+// defined.
+const char* lpt_access(int index);
 int lpt_read_port(int index, unsigned char& value);
 int lpt_set_port(int index, unsigned char value);
 int lpt_get_control(int index, unsigned char& value);

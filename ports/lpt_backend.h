@@ -20,6 +20,8 @@ struct lpt_opened {
 
 // A regular file as a simulated port (created with idle levels if missing).
 lpt_opened lpt_sim_open(int index, const char* path);
+// The simulated port's table, to tell its ports from others.
+const lpt_backend* lpt_sim_ops();
 // An operating-system port: "auto" is the index-th port found, else a port
 // name (parport0) or device path (/dev/parport0).
 lpt_opened lpt_ppdev_open(int index, const char* device);

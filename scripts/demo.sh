@@ -1,20 +1,25 @@
 #!/usr/bin/env bash
 # A session of the crossmodal test from the examples. With a display a person
 # takes it; without one it runs on a private Xvfb server with a scripted
-# participant, and the script reports what happened.
+# participant, and the script reports what happened. What the program says
+# on its terminal goes to build/demo/stderr.txt (shown when it fails).
+#   IXMOD=/usr/bin/ixmod EXAMPLES=/usr/share/ixmod/examples scripts/demo.sh
+# runs an installed program on its installed examples.
 set -u
 cd "$(dirname "$0")/.."
 out=build/demo
 mkdir -p "$out"
-rm -f "$out/results.txt" "$out/lpt1" "$out/lpt1.trace"
+rm -f "$out/results.txt" "$out/lpt1" "$out/lpt1.trace" "$out/stderr.txt"
 rm -rf "$out/report"
 log="$out/ixmod.log"
-cmd=(build/ixmod -s=examples/crossmodal.s -lst=examples/crossmodal.lst -cfg=examples/ixmod.cfg
-     -dict=examples/en.dict -locale=en "-log=$log" "-timing=$out/timing.tsv" "-res=$out/results.txt"
+ixmod=${IXMOD:-build/ixmod}
+ex=${EXAMPLES:-examples}
+cmd=("$ixmod" "-s=$ex/crossmodal.s" "-lst=$ex/crossmodal.lst" "-cfg=$ex/ixmod.cfg"
+     "-dict=$ex/en.dict" -locale=en "-log=$log" "-timing=$out/timing.tsv" "-res=$out/results.txt"
      "-report=$out/report"
      "-lpt1-device=$PWD/$out/lpt1")
 if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1 && [ -z "${CI:-}" ]; then
-  "${cmd[@]}"
+  "${cmd[@]}" 2> "$out/stderr.txt"
   status=$?
 else
   echo "no display: running on Xvfb with a scripted participant"
@@ -23,20 +28,23 @@ else
   printf 'pcm.!default { type file slave.pcm "null" file "%s/sound.raw" format "raw" }\n' "$PWD/$out" \
     > "$home/.asoundrc"
   session() {
-    build/ixmod_participant examples/crossmodal.s 7 > "$out/participant.txt" &
-    "${cmd[@]}"
+    build/ixmod_participant "$ex/crossmodal.s" 7 > "$out/participant.txt" &
+    "${cmd[@]}" 2> "$out/stderr.txt"
     local s=$?
     wait
     return $s
   }
   export -f session
-  export out
+  export out ex
   HOME="$home" PATH="$PWD/tests/bin:$PATH" \
     scripts/xvfb-run.sh bash -c "$(declare -p cmd); $(declare -f session); session"
   status=$?
   cat "$out/participant.txt"
 fi
 echo "exit status: $status"
+if [ "$status" -ne 0 ] && [ -s "$out/stderr.txt" ]; then
+  sed 's/^/  /' "$out/stderr.txt"
+fi
 echo "log: $log"
 echo "results lines (trial, label, reaction, reaction time): $out/results.txt"
 echo "timing trace: $out/timing.tsv"

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "platform/durable.h"
 #include "platform/timer.h"
 #include "services/argument.h"
 #include "services/files.h"
@@ -16,6 +17,7 @@ namespace {
 
 FILE* stream_ = nullptr;  // null: standard error
 char log_name_[255];
+bool outputs_ok_ = true;
 
 FILE* out() { return stream_ ? stream_ : stderr; }
 
@@ -31,6 +33,7 @@ struct log_file {
 };
 
 void report_failure(int error) {
+  outputs_ok_ = false;
   fprintf(stderr, "error: %ld: %s: %s\n", alleg_get_timer(), log_name_, strerror(error));
 }
 
@@ -86,14 +89,23 @@ __attribute__((format(printf, 2, 3))) void format(char (&buf)[kFormatted], const
   va_end(ap);
 }
 
+log_listener listener_ = nullptr;
+void* listener_ctx_ = nullptr;
+
 void line(const char* prefix, const char* text) {
   // A null text still gives a line: "%s" of null prints "(null)".
   fprintf(out(), "%s%ld: %s\n", prefix, alleg_get_timer(), text_or_null(text));
+  if (listener_) listener_(prefix, text_or_null(text), listener_ctx_);
 }
 
 }  // namespace
 
 FILE* log_stream() { return out(); }
+
+void log_listen(log_listener fn, void* ctx) {
+  listener_ = fn;
+  listener_ctx_ = fn ? ctx : nullptr;
+}
 
 int log_init() {
   char def[255];
@@ -117,6 +129,26 @@ void log_done() {
 }
 
 void alleg_logflush() { fflush(out()); }
+
+int log_sync() {
+  fflush(out());
+  log_file* f = open_file_;
+  if (!stream_ || !f || f->failed) return f && f->failed ? -1 : 0;
+  if (durable_sync(f->fd) == 0) return 0;
+  f->failed = true;
+  report_failure(errno);
+  return -1;
+}
+
+void log_output_failed(const char* name) {
+  const int error = errno;
+  outputs_ok_ = false;
+  alleg_error(name, strerror(error));
+  if (out() != stderr) fprintf(stderr, "error: %ld: %s: %s\n", alleg_get_timer(), text_or_null(name), strerror(error));
+  errno = error;
+}
+
+bool log_outputs_ok() { return outputs_ok_; }
 
 void alleg_message(const char* text) { line("", text); }
 void alleg_warning(const char* text) { line("warning: ", text); }

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "platform/directory.h"
+#include "platform/durable.h"
 #include "services/argument.h"
 #include "services/log.h"
 
@@ -300,28 +301,6 @@ std::string dir_;
 std::string base_;
 std::unique_ptr<session_report> session_;
 
-// Writes text to path through a temporary file, so that a reader never sees
-// half a report; -1 with errno set.
-int write_file(const std::string& path, const std::string& text) {
-  const std::string tmp = path + ".tmp";
-  FILE* f = fopen(tmp.c_str(), "w");
-  if (!f) return -1;
-  const bool ok = fwrite(text.data(), 1, text.size(), f) == text.size();
-  const int err = errno;
-  if (fclose(f) != 0 || !ok) {
-    errno = ok ? errno : err;
-    remove(tmp.c_str());
-    return -1;
-  }
-  if (rename(tmp.c_str(), path.c_str()) != 0) {
-    const int e = errno;
-    remove(tmp.c_str());
-    errno = e;
-    return -1;
-  }
-  return 0;
-}
-
 // The log file's name (option "log", by default the program's path with
 // "log" for its extension) without folders and extension.
 std::string log_base() {
@@ -371,12 +350,14 @@ std::string report_path(const char* extension) {
 int report_write() {
   if (!session_) return 0;
   const std::string tsv = report_path("tsv"), html = report_path("html");
-  if (write_file(tsv, session_->tsv()) != 0) {
-    alleg_perror(("report: " + tsv).c_str());
+  // Each file is replaced whole: a kill while it is written leaves the
+  // previous block's report.
+  if (durable_replace(tsv, session_->tsv()) != 0) {
+    log_output_failed(("report: " + tsv).c_str());
     return -1;
   }
-  if (write_file(html, session_->html("Session report: " + base_)) != 0) {
-    alleg_perror(("report: " + html).c_str());
+  if (durable_replace(html, session_->html("Session report: " + base_)) != 0) {
+    log_output_failed(("report: " + html).c_str());
     return -1;
   }
   return 0;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/durable.h"
 #include "services/argument.h"
 #include "services/log.h"
 
@@ -15,6 +16,8 @@ FILE* stream_ = nullptr;
 char name_[255];
 std::vector<char*> buffered_;
 bool registered_ = false;
+bool written_ = false;  // the file received a line
+bool failed_ = false;   // the file failed: the lines go to standard error
 
 bool capture_ = false;
 std::vector<std::string> captured_;
@@ -34,7 +37,8 @@ int result(const char* line) {
   if (!line) return 0;
   if (capture_) captured_.emplace_back(line);
   // The sink is on only when a results file is open; the lines are written
-  // when it is closed at exit, so trials never wait on the disk.
+  // between blocks (results_sync) and at exit, so trials never wait on the
+  // disk.
   if (stream_) {
     char* copy = strdup(line);
     if (copy) buffered_.push_back(copy);
@@ -65,6 +69,7 @@ int resopen(const char* name) {
   }
   if (stream_) fclose(stream_);
   stream_ = f;
+  written_ = failed_ = false;
   snprintf(name_, sizeof name_, "%s", name);
   if (!registered_) {
     atexit(resclose);
@@ -75,27 +80,41 @@ int resopen(const char* name) {
 
 const char* results_name() { return stream_ ? name_ : nullptr; }
 
-void resclose() {
-  if (!stream_) return;
-  const bool any = !buffered_.empty();
-  for (char* line : buffered_) fputs(line, stream_);
-  int error = fflush(stream_) != 0 || ferror(stream_) ? errno : 0;
-  if (fclose(stream_) != 0 && !error) error = errno;
-  stream_ = nullptr;
-  // A file that could not take the lines (a full disk) is reported, and the
-  // lines go to standard error, the results stream from now on, so that
-  // they are not lost with it.
-  if (error) {
-    errno = error;
-    alleg_perror(name_);
-    alleg_message("Results on standard error", name_);
-    alleg_logflush();
-    for (char* line : buffered_) fputs(line, stderr);
+int results_sync() {
+  if (!stream_) return 0;
+  const bool failed_before = failed_;
+  if (!failed_) {
+    for (char* line : buffered_) fputs(line, stream_);
+    if (durable_sync(stream_) != 0) {
+      // A file that could not take the lines (a full disk) is reported, and
+      // its lines go to standard error from now on, so that they are not
+      // lost with it.
+      failed_ = true;
+      log_output_failed(name_);
+      alleg_message("Results on standard error", name_);
+      alleg_logflush();
+    }
   }
+  if (failed_) {
+    for (char* line : buffered_) fputs(line, stderr);
+    fflush(stderr);
+  }
+  written_ = written_ || !buffered_.empty();
   for (char* line : buffered_) free(line);
   buffered_.clear();
-  if (error) return;
-  if (!any) {
+  return failed_ && !failed_before ? -1 : 0;
+}
+
+void resclose() {
+  if (!stream_) return;
+  results_sync();
+  if (fclose(stream_) != 0 && !failed_) {
+    failed_ = true;
+    log_output_failed(name_);
+  }
+  stream_ = nullptr;
+  if (failed_) return;
+  if (!written_) {
     alleg_message("No results. removing file", name_);
     remove(name_);
   } else if (!argument_flag("r")) {

@@ -6,13 +6,26 @@
 #include <cmath>
 
 namespace {
-// The time constant of the fit, and how far an observation may lie off the
-// line before the line is taken as broken (µs).
-const double kMemoryS = 1;
-const double kBreakUs = 4000;
-// The slope is fitted once the observations span this much (frames of
-// 1 s at the nominal rate); before, the nominal rate holds. A real device
-// is within 0.1 % of its rate.
+// The time constant of the fit (s).
+const double kMemoryS = 20;
+// An observation this far off the line (µs, or three quarters of a period,
+// or four times the observations' own scatter where that is more) is left
+// out; observations off it for this long (s) and this many in a row start
+// a new stretch. A step the fit took in would bend its slope.
+const double kOffUs = 1500;
+const double kOffSd = 4, kScatterKeep = 0.99;
+const double kMovedS = 0.04;
+const long kMovedN = 4;
+// After the stream moved, its observations of this long (s) weigh this
+// much less once they are past.
+const double kSettleS = 0.2;
+const double kForget = 0.01;
+// The device's latency beyond the buffer is averaged over this much of a
+// stretch (s), then held.
+const double kLagS = 0.5;
+// The slope is fitted once the observations span this much (s, at the
+// nominal rate); before, the nominal rate holds. A real device is within
+// 0.1 % of its rate.
 const double kSlopeSpanS = 0.5;
 const double kMaxSlope = 1e-3;
 }  // namespace
@@ -28,61 +41,117 @@ sound_lock::~sound_lock() { pthread_mutex_destroy(&m_); }
 
 void sound_clock::reset(double rate, unsigned period) {
   nominal_us_ = 1e6 / rate;
-  keep_ = 1 - (period ? period : 1) / (kMemoryS * rate);
+  off_us_ = std::max(kOffUs, 0.75 * period * nominal_us_);
+  scatter_ = 0;
+  lag_ = lag_sum_ = 0;
+  lag_n_ = 0;
+  memory_frames_ = kMemoryS * rate;
+  cxx_old_ = cxy_old_ = w_old_ = 0;
+  slope_ = offset_ = 0;
   n_ = 0;
-  s0_ = sx_ = sxx_ = sy_ = sxy_ = 0;
-  offset_ = slope_ = 0;
+  fresh_ = false;
+  new_stretch();
 }
 
-bool sound_clock::observe(int64_t frame, double t_us) {
+void sound_clock::restart() {
+  new_stretch();
+  fresh_ = true;
+}
+
+// What the current stretch tells of the slope stays; its offset goes.
+void sound_clock::new_stretch() {
+  if (n_ > 1) {
+    cxx_old_ += sxx_ - sx_ * sx_ / s0_;
+    cxy_old_ += sxy_ - sx_ * sy_ / s0_;
+    w_old_ += s0_;
+  }
+  // The old line holds until the first observation of the new stretch.
+  n_ = 0;
+  s0_ = sx_ = sxx_ = sy_ = sxy_ = 0;
+  off_n_ = 0;
+}
+
+bool sound_clock::observe(int64_t taken, double t_us, double held) {
   bool on_line = true;
-  if (n_ > 0 && std::fabs(t_us - time_of(frame)) > kBreakUs) {
-    n_ = 0;
-    s0_ = sx_ = sxx_ = sy_ = sxy_ = 0;
-    offset_ = slope_ = 0;
-    on_line = false;
+  if (n_ > 0) {
+    const double r = t_us - taken_at(taken);
+    if (std::fabs(r) <= std::max(off_us_, kOffSd * std::sqrt(scatter_))) {
+      off_n_ = 0;
+      scatter_ = scatter_ * kScatterKeep + r * r * (1 - kScatterKeep);
+    } else {
+      if (off_n_++ == 0) off_from_ = taken;
+      if (off_n_ < kMovedN || taken - off_from_ < kMovedS / nominal_us_ * 1e6) return true;
+      new_stretch();
+      on_line = false;
+      fresh_ = true;
+    }
+  }
+  // The first observations after the stream moved still catch up with it:
+  // once they are past they weigh next to nothing (the line stays where
+  // it is and the next observations move it).
+  if (fresh_ && n_ > 0 && static_cast<double>(taken - stretch_from_) > kSettleS / nominal_us_ * 1e6) {
+    for (double* v : {&s0_, &sx_, &sxx_, &sy_, &sxy_}) *v *= kForget;
+    fresh_ = false;
   }
   if (n_ == 0) {
-    f0_ = frame;
+    f0_ = taken;
     t0_ = t_us;
+    stretch_from_ = taken;
   }
   // Move the origin to this observation: x' = x - d, and t0 moves by d
-  // nominal frames, so that y keeps its value.
-  const double d = static_cast<double>(frame - f0_);
+  // nominal frames, so that y keeps its value. The older observations weigh
+  // less by the frames since.
+  const double d = static_cast<double>(taken - f0_);
   sxy_ -= d * sy_;
   sxx_ += d * d * s0_ - 2 * d * sx_;
   sx_ -= d * s0_;
-  f0_ = frame;
+  f0_ = taken;
   t0_ += d * nominal_us_;
+  const double keep = d > 0 ? std::exp(-d / memory_frames_) : 1;
   const double y = t_us - t0_;
-  s0_ = s0_ * keep_ + 1;
-  sx_ *= keep_;
-  sxx_ *= keep_;
-  sy_ = sy_ * keep_ + y;
-  sxy_ *= keep_;
+  s0_ = s0_ * keep + 1;
+  sx_ *= keep;
+  sxx_ *= keep;
+  sy_ = sy_ * keep + y;
+  sxy_ *= keep;
+  cxx_old_ *= keep;
+  cxy_old_ *= keep;
+  w_old_ *= keep;
   ++n_;
+  if (lag_n_ >= 0) {
+    if (static_cast<double>(taken - stretch_from_) <= kLagS / nominal_us_ * 1e6) {
+      lag_sum_ += held;
+      lag_ = lag_sum_ / static_cast<double>(++lag_n_);
+    } else {
+      lag_n_ = -1;  // measured: held from now on
+    }
+  }
   fit();
   return on_line;
 }
 
 void sound_clock::fit() {
-  const double mean_x = sx_ / s0_, var_x = sxx_ / s0_ - mean_x * mean_x;
+  const double cxx = sxx_ - sx_ * sx_ / s0_ + cxx_old_, cxy = sxy_ - sx_ * sy_ / s0_ + cxy_old_;
   const double span = 1e6 / nominal_us_ * kSlopeSpanS;
   slope_ = 0;
-  if (var_x > span * span / 12) {
-    const double ppm = (sxy_ / s0_ - mean_x * sy_ / s0_) / var_x / nominal_us_;
+  sloped_ = cxx > (s0_ + w_old_) * span * span / 12;
+  if (sloped_) {
+    const double ppm = cxy / cxx / nominal_us_;
     slope_ = std::clamp(ppm, -kMaxSlope, kMaxSlope) * nominal_us_;
   }
   offset_ = (sy_ - slope_ * sx_) / s0_;
 }
 
-double sound_clock::time_of(int64_t frame) const {
-  const double x = static_cast<double>(frame - f0_);
+double sound_clock::taken_at(int64_t frame, double x) const {
+  x += static_cast<double>(frame - f0_);
   return t0_ + x * nominal_us_ + offset_ + slope_ * x;
 }
 
+double sound_clock::time_of(int64_t frame) const { return taken_at(frame, lag_); }
+
 int64_t sound_clock::frame_at(double t_us) const {
-  return f0_ + static_cast<int64_t>(std::ceil((t_us - t0_ - offset_) / (nominal_us_ + slope_) - 1e-6));
+  const double x = (t_us - t0_ - offset_) / (nominal_us_ + slope_) - lag_;
+  return f0_ + static_cast<int64_t>(std::ceil(x - 1e-6));
 }
 
 void sound_frame(const SAMPLE* s, unsigned long i, int& left, int& right) {

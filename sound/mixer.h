@@ -27,39 +27,69 @@ class sound_lock {
   pthread_mutex_t m_;
 };
 
-// Frames of the stream against CLOCK_MONOTONIC (µs), from one observation
-// per period of the frame leaving the device at a moment. The observations
-// jitter (scheduling, the device's pointer steps, a sound server's estimate
-// that it corrects only now and then); a straight line fitted to them by
-// least squares, the older ones weighing less (a time constant of 1 s),
-// follows the device's own rate and averages the jitter away, so that a
-// frame's moment is known to a few µs once some seconds have passed.
+// Frames of the stream against CLOCK_MONOTONIC (µs). Once a period the
+// device tells how many frames it has taken from the buffer (its pointer)
+// and how many of those it still holds (its own latency beyond the
+// buffer). The pointer moves at the device's own rate, which a crystal or a
+// sound server's timer keeps for minutes, but in steps and with the
+// thread's wake-up jitter; a straight line fitted to it by least squares
+// over a long horizon (older observations weighing less, a time constant
+// of 20 s) averages that away. A sound server's latency estimate wanders
+// by a millisecond over a minute while its pointer keeps the line, so the
+// latency is measured while a stretch of the stream settles and then held.
+// The frame leaving the device is the one taken that latency earlier.
 class sound_clock {
  public:
   // rate: the stream's nominal frames per second; period: frames between
   // two observations.
   void reset(double rate, unsigned period);
-  // Frame `frame` was leaving the device at t_us. Returns false when the
-  // observation was far off the line (the stream was broken, an underrun):
-  // the clock then starts again from it.
-  bool observe(int64_t frame, double t_us);
+  // The stream started again, or the device ran dry and plays it on later:
+  // where its frames are is learnt anew, the device's rate is kept.
+  void restart();
+  // At t_us the device had taken `taken` frames of the stream and held
+  // `held` of them still. An observation far off the line is left out;
+  // several in a row, for some tens of milliseconds, mean that the stream
+  // moved (the device ran dry unreported): the clock then starts a new
+  // stretch from them with the rate it had, and returns false.
+  bool observe(int64_t taken, double t_us, double held = 0);
   bool ready() const { return n_ > 0; }
+  // The rate is fitted and the latency measured.
+  bool settled() const { return n_ > 0 && lag_n_ < 0 && sloped_; }
   // When frame leaves the device; the first frame leaving at or after t_us.
   double time_of(int64_t frame) const;
   int64_t frame_at(double t_us) const;
   // The device's rate as measured (frames per second of CLOCK_MONOTONIC).
   double rate() const { return 1e6 / (nominal_us_ + slope_); }
+  // Frames the device holds beyond its buffer, as measured.
+  double held() const { return lag_; }
 
  private:
+  void new_stretch();
   void fit();
+  // When the device takes frame + x (x may be fractional).
+  double taken_at(int64_t frame, double x = 0) const;
   double nominal_us_ = 1e6 / 44100;
-  double keep_ = 1;  // weight kept by the older observations at each new one
-  long n_ = 0;
+  double memory_frames_ = 20 * 44100.0;
+  double off_us_ = 1500;
+  double scatter_ = 0;  // mean square distance of the observations from the line
+  long n_ = 0;  // observations in the current stretch
   // Around the newest observation: x = frame - f0_, y = t - t0_ - x·nominal.
   int64_t f0_ = 0;
   double t0_ = 0;
   double s0_ = 0, sx_ = 0, sxx_ = 0, sy_ = 0, sxy_ = 0;
+  // What earlier stretches tell of the slope (centred sums) and their weight.
+  double cxx_old_ = 0, cxy_old_ = 0, w_old_ = 0;
   double offset_ = 0, slope_ = 0;  // the fitted line: y = offset + slope·x
+  bool sloped_ = false;            // the slope is fitted, not nominal
+  // The device's latency beyond the buffer (frames), averaged over the
+  // first frames of the stretch, then held.
+  double lag_ = 0, lag_sum_ = 0;
+  long lag_n_ = 0;
+  int64_t stretch_from_ = 0;
+  // Observations off the line in a row, since this frame.
+  long off_n_ = 0;
+  int64_t off_from_ = 0;
+  bool fresh_ = false;  // the stretch began where the stream moved
 };
 
 // Voices of Allegro SAMPLEs (8 or 16 bit, mono or stereo, any rate) mixed

@@ -93,6 +93,26 @@ double remove_line(const std::vector<double>& x, std::vector<double>& y) {
   return b;
 }
 
+// The same with one slope for all and an intercept of each group (the tones
+// of one pitch): y -= a[group] + b·x; returns b.
+double remove_lines(const std::vector<double>& x, const std::vector<int>& group, std::vector<double>& y) {
+  std::map<int, double> n, sx, sy;
+  for (size_t i = 0; i < y.size(); ++i) {
+    n[group[i]] += 1;
+    sx[group[i]] += x[i];
+    sy[group[i]] += y[i];
+  }
+  double sxx = 0, sxy = 0;
+  for (size_t i = 0; i < y.size(); ++i) {
+    const double dx = x[i] - sx[group[i]] / n[group[i]];
+    sxx += dx * dx;
+    sxy += dx * (y[i] - sy[group[i]] / n[group[i]]);
+  }
+  const double b = sxx > 0 ? sxy / sxx : 0;
+  for (size_t i = 0; i < y.size(); ++i) y[i] -= (sy[group[i]] - b * sx[group[i]]) / n[group[i]] + b * x[i];
+  return b;
+}
+
 std::vector<double> minus_median(std::vector<double> v) {
   if (v.empty()) return v;
   const double m = bench_stats_of(v).median;
@@ -194,6 +214,7 @@ int main(int argc, char** argv) {
   std::string offsets;
   std::vector<double> at;        // the scheduled position of each pair, in frames
   std::vector<bool> on_time;     // whether the program started it on its frame
+  std::vector<int> group;        // its pitch
   const double usual_offset = bench_stats_of(voice_late).median;
   for (auto& [hz, members] : by_pitch) {
     std::vector<double> e, v;
@@ -209,12 +230,13 @@ int main(int argc, char** argv) {
     offsets += text;
     for (double x : minus_median(e)) err_frames.push_back(x);
     for (double x : minus_median(v)) after_voice.push_back(x);
+    group.insert(group.end(), members.size(), static_cast<int>(hz));
   }
   // The recording runs on the output device's clock, whose rate differs
   // from CLOCK_MONOTONIC's by its crystal's error: a straight line through
   // the errors takes that out (and its slope is reported).
-  const double device_ppm = 1e6 * remove_line(at, err_frames);
-  remove_line(at, after_voice);
+  const double device_ppm = 1e6 * remove_lines(at, group, err_frames);
+  remove_lines(at, group, after_voice);
   // IXMOD_SOUNDCHECK_LIST=1 lists every scheduled tone on standard error.
   if (getenv("IXMOD_SOUNDCHECK_LIST"))
     for (size_t i = 0; i < scheduled.size(); ++i) {

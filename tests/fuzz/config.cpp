@@ -21,15 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string cfg = fuzz::write("t.cfg", data, size);
   fuzz::args({"-log=/dev/null", "-cfg=" + cfg});
   config_init();
-  for (const char* key : kInts) {
-    config_int(key, 60);
-    config_long(key, 60);
-    config_hex(key, 0x378);
-  }
-  for (const char* key : kStrings) {
-    config_string(key, "lpt1");
-    config_hex(key, 0x378);
-  }
+  for (const char* key : kInts) config_int(key, 60), config_long(key, 60), config_hex(key, 0x378);
+  for (const char* key : kStrings) config_string(key, "lpt1"), config_hex(key, 0x378);
   config_osversion();
   trigger_init(config_string("trigger-input", "space"), config_string("trigger-show", "yes"));
   wav_port_of(config_string("speaker-selection", "none"));

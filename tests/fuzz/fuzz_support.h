@@ -46,10 +46,8 @@ inline std::string path(const char* name) { return dir() + "/" + name; }
 inline std::string write(const char* name, const void* data, size_t size) {
   const std::string p = path(name);
   FILE* f = fopen(p.c_str(), "wb");
-  if (!f) abort();
-  if (size && fwrite(data, 1, size, f) != size) abort();
-  fclose(f);
-  return p;
+  if (!f || (size && fwrite(data, 1, size, f) != size)) abort();
+  return fclose(f), p;
 }
 inline std::string write(const char* name, const std::string& text) { return write(name, text.data(), text.size()); }
 
@@ -73,10 +71,8 @@ inline void close_descriptors_of(const std::string& path) {
 inline void args(const std::vector<std::string>& words) {
   static std::vector<std::string> kept;
   static std::vector<const char*> argv;
-  kept.clear();
-  kept.push_back(path("ixmod"));
+  kept = {path("ixmod")}, argv.clear();
   kept.insert(kept.end(), words.begin(), words.end());
-  argv.clear();
   for (const std::string& s : kept) argv.push_back(s.c_str());
   argument_init(static_cast<int>(argv.size()), argv.data());
 }
@@ -85,11 +81,9 @@ inline void args(const std::vector<std::string>& words) {
 // /dev/null (the messages are still formatted).
 inline void start() {
   static const bool done = [] {
-    utf8_install();
-    set_uformat(U_UTF8);
+    utf8_install(), set_uformat(U_UTF8);
     if (install_allegro(SYSTEM_NONE, &errno, atexit) != 0) abort();
-    args({"-log=/dev/null"});
-    log_init();
+    args({"-log=/dev/null"}), log_init();
     // Resources come from no datafile, so names go to the files.
     datafile_resource(path("none.dat").c_str());
     return true;
@@ -108,18 +102,15 @@ inline void assets() {
   static const bool done = [] {
     start();
     BITMAP* b = create_bitmap_ex(8, 4, 4);
-    clear_to_color(b, 1);
     PALETTE pal;
-    get_palette(pal);
+    clear_to_color(b, 1), get_palette(pal);
     if (save_bitmap(path("a.bmp").c_str(), b, pal) != 0) abort();
     destroy_bitmap(b);
     // 8 samples of 8-bit mono PCM at 8000 Hz.
     static const unsigned char kWav[] = {'R', 'I', 'F', 'F', 44, 0, 0, 0, 'W', 'A', 'V', 'E', 'f', 'm', 't', ' ',
                                          16, 0, 0, 0, 1, 0, 1, 0, 0x40, 0x1f, 0, 0, 0x40, 0x1f, 0, 0, 1, 0, 8, 0,
                                          'd', 'a', 't', 'a', 8, 0, 0, 0, 128, 200, 255, 200, 128, 50, 0, 50};
-    write("a.wav", kWav, sizeof kWav);
-    write("a.fli", "2 30 0.5 0.5\na.bmp\na.bmp\n");
-    return true;
+    return write("a.wav", kWav, sizeof kWav), write("a.fli", "2 30 0.5 0.5\na.bmp\na.bmp\n"), true;
   }();
   (void)done;
 }

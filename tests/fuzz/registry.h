@@ -8,11 +8,8 @@
 namespace fuzz {
 inline void registry() {
   static const bool done = [] {
-    const std::string dict = write("en.dict", "Please release the key.\nInterrupted.\n");
-    if (stimuli_init(dict.c_str()) != 0) abort();
-    stim_default(_ixmod);
-    stim_register("prep", _ixmod_prep);
-    return true;
+    if (stimuli_init(write("en.dict", "Please release the key.\nInterrupted.\n").c_str()) != 0) abort();
+    return stim_default(_ixmod), stim_register("prep", _ixmod_prep), true;
   }();
   (void)done;
 }

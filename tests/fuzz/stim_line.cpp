@@ -16,24 +16,17 @@ const char* const kTypes[] = {"bmp",   "emf",   "sbmp",  "vbmp",  "semf", "word"
 const size_t kCount = sizeof kTypes / sizeof kTypes[0];
 
 void start() {
-  static const bool done = [] {
-    fuzz::assets();
-    set_color_depth(16);
-    screen = create_bitmap(640, 480);
-    fuzz::registry();
-    return true;
-  }();
+  static const bool done = (fuzz::assets(), set_color_depth(16), screen = create_bitmap(640, 480), fuzz::registry(), true);
   (void)done;
 }
 
 // Every query a block makes of a stimulus before it shows anything.
 void query(const stim& s) {
   // Summed without overflow: the values are the lab's, of any size.
-  volatile unsigned long sink = 0UL + static_cast<unsigned long>(s.pstime()) + static_cast<unsigned long>(s.showtime()) +
-                                static_cast<unsigned long>(s.fadetime()) + static_cast<unsigned long>(s.hidetime()) +
-                                static_cast<unsigned long>(s.minreak()) + static_cast<unsigned long>(s.maxreak()) +
-                                static_cast<unsigned long>(s.with_trigger() + s.with_reaktion());
-  (void)sink;
+  volatile unsigned long sink = 0;
+  for (long v : {s.pstime(), s.showtime(), s.fadetime(), s.hidetime(), s.minreak(), s.maxreak()})
+    sink = sink + static_cast<unsigned long>(v);
+  sink = sink + static_cast<unsigned long>(s.with_trigger() + s.with_reaktion());
   s.info();
 }
 }  // namespace

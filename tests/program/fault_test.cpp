@@ -228,35 +228,43 @@ TEST_F(Fault, PortFileThatCannotBeOpenedLeavesTheRunWithoutOutputs) {
   }
 }
 
-TEST_F(Fault, LogOrResultsThatCannotBeWrittenLoseNothing) {
+TEST_F(Fault, OutputsThatCannotBeWrittenLoseNothingAndEndWith255) {
   dir.write("t.s", kFirstBlock + "reak nummer=2 t0=100 t1=50 kritisch=1 maxreak=300 uv=second;\n");
   struct Case {
     std::string option, value;
     std::string on_err;  // what the run leaves on standard error
+    int status;
   };
+  const std::string full = "/dev/full: No space left on device";
   const std::vector<Case> cases = {
-      // Not created: the log stays on standard error.
-      {"-log=", "nodir/t.log", "Running on Linux"},
+      // Not created: the log stays on standard error, the test runs.
+      {"-log=", "nodir/t.log", "Running on Linux", 0},
       // Created but full: reported there, and the lines follow.
-      {"-log=", "/dev/full", "/dev/full: No space left on device"},
-      // Results written at the end into a full file: they follow the log
-      // onto standard error.
-      {"-res=", "/dev/full", " first "},
+      {"-log=", "/dev/full", full, 255},
+      // Results written after each block into a full file: reported, and
+      // they follow the log onto standard error.
+      {"-res=", "/dev/full", full, 255},
+      {"-timing=", "/dev/full", full, 255},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.option + c.value);
-    const harness::Run r = run(replaced(args(), c.option, c.value));
-    EXPECT_EQ(r.status, 0) << r.err;
+    std::vector<std::string> a = replaced(args(), c.option, c.value);
+    if (c.option == "-timing=") a.push_back(c.option + c.value);
+    const harness::Run r = run(a);
+    EXPECT_EQ(r.status, c.status) << r.err;
     EXPECT_TRUE(contains(r.err, c.on_err)) << r.err;
     const std::string all_log = c.option == "-log=" ? r.err : log;
     EXPECT_TRUE(contains(all_log, "Running on Linux")) << all_log;
     EXPECT_TRUE(contains(all_log, "rdtsc:")) << all_log;
     const std::string res = c.option == "-res=" ? r.err : results;
     EXPECT_TRUE(has_first(res) && contains(res, "second")) << res;
-    if (c.value == "/dev/full" && c.option == "-res=") {
+    if (c.value == "/dev/full" && c.option != "-log=") {
       EXPECT_TRUE(contains(log, "error: ")) << log;
-      EXPECT_TRUE(contains(log, "/dev/full: No space left on device")) << log;
-      EXPECT_TRUE(contains(log, "Results on standard error: /dev/full")) << log;
+      EXPECT_TRUE(contains(log, full)) << log;
+    }
+    if (c.option == "-res=") {
+      EXPECT_EQ(lines_with(log, "Results on standard error: /dev/full").size(), 1u) << log;
+      EXPECT_EQ(lines_with(r.err, " first ").size(), 1u) << r.err;
     }
   }
   EXPECT_FALSE(dir.exists("nodir"));

@@ -23,26 +23,7 @@ int rgb(int r, int g, int b) { return makecol_depth(16, r, g, b); }
 
 class Picture : public ::testing::Test {
  protected:
-  void SetUp() override {
-    test_allegro();
-    set_color_depth(16);
-    screen = create_bitmap(640, 480);
-    clear_to_color(screen, grey);
-    fake_clock::start();
-    display_vsync_reset();
-    alleg_refresh_rate(60);
-  }
-  void TearDown() override {
-    sbmp_done();
-    vbmp_done();
-    bmp_done();
-    datafile_resource("#");
-    destroy_bitmap(screen);
-    screen = nullptr;
-    display_vsync_reset();
-    fake_clock::stop();
-    set_color_depth(8);
-  }
+  void TearDown() override { sbmp_done(), vbmp_done(), bmp_done(), datafile_resource("#"); }
   // A w x h picture file: left half left, right half right, or in 8 bits all
   // of palette entry 1 = (0, g, 0) when g >= 0.
   std::string picture(const std::string& name, int w, int h, int left, int right, int g = -1) {
@@ -57,6 +38,7 @@ class Picture : public ::testing::Test {
   int px(int x, int y) const { return getpixel(screen, x, y); }
 
   const int grey = rgb(128, 128, 128), red = rgb(255, 0, 0), green = rgb(0, 255, 0), blue = rgb(0, 0, 255);
+  MemoryScreen memory{16, 640, 480, 60, grey};
   TempDir dir;
   int err = 0;
 };

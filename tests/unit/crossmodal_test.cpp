@@ -22,61 +22,45 @@ struct Saved {
 TEST(Crossmodal, TrialLinesAndWindows) {
   test_allegro();
   Saved saved;
-  stim* t = _ixmod("pfeil nummer=7 index=0 t0=100 t1=1000 kritisch=1 uv=passt;");
+  std::unique_ptr<stim> t(_ixmod("pfeil nummer=7 index=0 t0=100 t1=1000 kritisch=1 uv=passt;"));
   ASSERT_NE(t, nullptr);
-  EXPECT_EQ(t->maxreak(), 2000);
-  EXPECT_EQ(t->with_reaktion(), 1);
-  t->reaktion = 1;
-  t->reakzeit = 412;
+  EXPECT_TRUE(t->maxreak() == 2000 && t->with_reaktion() == 1) << t->maxreak();
+  t->reaktion = 1, t->reakzeit = 412;
   t->speichern();
   EXPECT_EQ(saved.last(), "    7 passt     1     412\n");  // no kritisch in the line
   const int before = results_captured();
-  t->kritisch = 0;
-  t->reaktion = 0;
-  t->speichern();  // a catch trial without a press saves nothing
-  t->kritisch = -1;
-  t->reaktion = 1;
-  t->speichern();  // nor does an unevaluated one
+  // Neither a catch trial without a press nor an unevaluated one saves anything.
+  for (auto [kritisch, reaktion] : {std::pair{0, 0}, {-1, 1}}) t->kritisch = kritisch, t->reaktion = reaktion, t->speichern();
   EXPECT_EQ(results_captured(), before);
-  delete t;
 }
 
 TEST(Crossmodal, PreparatoryToneIsAlwaysACatchStimulus) {
   test_allegro();
   Saved saved;
-  stim* p = _ixmod_prep("nummer=0 index=0 t0=100 kritisch=1 remax=900 uv=hoch;");
+  std::unique_ptr<stim> p(_ixmod_prep("nummer=0 index=0 t0=100 kritisch=1 remax=900 uv=hoch;"));
   ASSERT_NE(p, nullptr);
-  EXPECT_EQ(p->kritisch, 0);
-  EXPECT_EQ(p->maxreak(), 1000);  // remax plus the minimum reaction time
-  EXPECT_EQ(std::unique_ptr<stim>(_ixmod_prep("index=1"))->maxreak(), 1000);
+  // remax plus the minimum reaction time, the same without remax
+  EXPECT_TRUE(p->kritisch == 0 && p->maxreak() == 1000 && std::unique_ptr<stim>(_ixmod_prep("index=1"))->maxreak() == 1000);
   const int before = results_captured();
   p->speichern();
-  EXPECT_EQ(results_captured(), before);  // not answered: nothing saved
-  EXPECT_FALSE(ixmod_prep_answered());
-  p->reaktion = 1;
-  p->reakzeit = 300;
+  EXPECT_TRUE(results_captured() == before && !ixmod_prep_answered());  // not answered: nothing saved
+  p->reaktion = 1, p->reakzeit = 300;
   p->falsch();
   EXPECT_TRUE(ixmod_prep_answered());
   p->speichern();  // a false alarm is saved, even for trial number 0
   EXPECT_EQ(saved.last(), "    0  hoch     1     300\n");
-  delete p;
 }
 
 TEST(Reak, OwnWindowAlwaysEvaluatedAndRecordsTheOutcome) {
   test_allegro();
-  stim* r = _reak("reak nummer=5 minreak=0 maxreak=800");
+  std::unique_ptr<stim> r(_reak("reak nummer=5 minreak=0 maxreak=800"));
   ASSERT_NE(r, nullptr);
-  EXPECT_EQ(r->minreak(), 0);
-  EXPECT_EQ(r->maxreak(), 800);
-  EXPECT_EQ(r->kritisch, -1);
-  EXPECT_EQ(r->with_reaktion(), 1);  // even with kritisch -1
+  // evaluated even with kritisch -1
+  EXPECT_TRUE(r->minreak() == 0 && r->maxreak() == 800 && r->kritisch == -1 && r->with_reaktion() == 1);
   unsigned n = 0;
-  EXPECT_EQ(r->richtig(), 0);
-  EXPECT_EQ(reak_richtig(&n), 1);
-  EXPECT_EQ(n, 5u);
-  EXPECT_EQ(r->auslassung(), 0);
-  EXPECT_EQ(reak_richtig(nullptr), 0);
-  delete r;
+  EXPECT_TRUE(r->richtig() == 0 && reak_richtig(&n) == 1 && n == 5u);
+  EXPECT_TRUE(r->auslassung() == 0 && reak_richtig(nullptr) == 0);
+  r.reset();
   // A feedback sound outside the table of sounds fails the line.
   LogCapture log;
   EXPECT_EQ(_reak("reak nummer=6 richtig=1000"), nullptr);

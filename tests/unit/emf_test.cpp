@@ -26,29 +26,8 @@ class Emf : public ::testing::Test {
     picture = files->path("t.emf");
     ASSERT_EQ(system((std::string(IXMOD_MKEMF) + " " + picture).c_str()), 0);
   }
-  static void TearDownTestSuite() {
-    delete files;
-    files = nullptr;
-  }
-  void SetUp() override {
-    test_allegro();
-    set_color_depth(32);
-    screen = create_bitmap(1024, 768);
-    clear_bitmap(screen);
-    fake_clock::start();
-    display_vsync_reset();
-    alleg_refresh_rate(60);
-  }
-  void TearDown() override {
-    semf_done();
-    bmp_done();
-    datafile_resource("#");
-    destroy_bitmap(screen);
-    screen = nullptr;
-    display_vsync_reset();
-    fake_clock::stop();
-    set_color_depth(8);
-  }
+  static void TearDownTestSuite() { delete files, files = nullptr; }
+  void TearDown() override { semf_done(), bmp_done(), datafile_resource("#"); }
   // 'r', 'b' or '0': which of red, blue or the empty colour 0 the pixel is.
   static char kind(BITMAP* b, int x, int y) {
     const int c = getpixel(b, x, y), d = bitmap_color_depth(b);
@@ -61,6 +40,7 @@ class Emf : public ::testing::Test {
 
   static TempDir* files;
   static std::string picture;
+  MemoryScreen memory{32, 1024, 768, 60};
   TempDir dir;
   int err = 0;
 };

@@ -37,10 +37,7 @@ struct Canvas {
 
 class Fonts : public ::testing::Test {
  protected:
-  void SetUp() override {
-    test_allegro();
-    ASSERT_EQ(alleg_fonts_init(), 0);
-  }
+  void SetUp() override { test_allegro(); ASSERT_EQ(alleg_fonts_init(), 0); }
   void TearDown() override { alleg_fonts_exit(); }
 };
 

@@ -14,16 +14,8 @@ namespace {
 
 class Fuss : public ::testing::Test {
  protected:
-  void SetUp() override {
-    test_allegro();
-    fuss_reset();
-    game_init(static_cast<unsigned short>(0));
-  }
-  void TearDown() override {
-    fuss_reset();
-    taste_reset();
-    game_init(static_cast<unsigned short>(0));
-  }
+  void SetUp() override { test_allegro(), fuss_reset(), game_init(static_cast<unsigned short>(0)); }
+  void TearDown() override { fuss_reset(), taste_reset(), game_init(static_cast<unsigned short>(0)); }
   TempDir dir;
   SimPort lpt2{dir, 2};
 };
@@ -61,10 +53,8 @@ TEST_F(Fuss, PortsRestrictionsAndFailures) {
   // The pedal's data lines held low; the trace keeps one of the repeated writes.
   EXPECT_EQ(lpt2.data(), std::vector<int>{0});
   // The game port's address: decimal first.
-  for (const auto& a : {std::make_pair("0", 0), std::make_pair("0x201", 0x201), std::make_pair("201", 201)}) {
-    EXPECT_EQ(game_init(a.first), a.second ? 0 : -1) << a.first;
-    EXPECT_EQ(game_address(), a.second) << a.first;
-  }
+  for (const auto& a : {std::make_pair("0", 0), std::make_pair("0x201", 0x201), std::make_pair("201", 201)})
+    EXPECT_TRUE(game_init(a.first) == (a.second ? 0 : -1) && game_address() == a.second) << a.first;
   game_init(static_cast<unsigned short>(0));
   const struct { _fuss_port port; int (*read)(int&); int code; const char* text; } kFailures[] = {
       {FUSS_GAME, fuss_read_lpt, 0, "fuss/lpt: Invalid argument"},

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "sound/mixer.h"
@@ -15,27 +16,17 @@ namespace {
 // A sample of `frames` frames, every one holding the same value(s) (signed;
 // stored unsigned as Allegro keeps them).
 struct test_sample {
-  test_sample(int bits, bool stereo, int freq, unsigned long frames, int left, int right = 0) {
-    s.bits = bits;
-    s.stereo = stereo;
-    s.freq = freq;
-    s.priority = 128;
-    s.len = frames;
-    s.loop_start = s.loop_end = s.param = 0;
-    const size_t n = frames * (stereo ? 2 : 1);
-    if (bits == 8) {
-      bytes.resize(n);
-      for (size_t i = 0; i < n; ++i) bytes[i] = static_cast<uint8_t>(128 + (stereo && i % 2 ? right : left));
-      s.data = bytes.data();
-    } else {
-      words.resize(n);
-      for (size_t i = 0; i < n; ++i) words[i] = static_cast<uint16_t>(32768 + (stereo && i % 2 ? right : left));
-      s.data = words.data();
+  test_sample(int bits, bool stereo, int freq, unsigned long frames, int left, int right = 0)
+      : s{bits, stereo, freq, 128, frames, 0, 0, 0, nullptr}, data(frames * (stereo ? 2 : 1)) {
+    for (size_t i = 0; i < data.size(); ++i) {
+      const int v = stereo && i % 2 ? right : left;
+      if (bits == 8) reinterpret_cast<uint8_t*>(data.data())[i] = static_cast<uint8_t>(128 + v);
+      else data[i] = static_cast<uint16_t>(32768 + v);
     }
+    s.data = data.data();
   }
-  SAMPLE s{};
-  std::vector<uint8_t> bytes;
-  std::vector<uint16_t> words;
+  SAMPLE s;
+  std::vector<uint16_t> data;  // 8-bit values packed in its first bytes
 };
 
 std::vector<int16_t> mix(sound_mixer& m, unsigned frames) {
@@ -52,14 +43,10 @@ size_t first_sound(const std::vector<int16_t>& out) {
 
 TEST(Mixer, AVoiceDueAtAMomentStartsOnTheFrameThatLeavesTheDeviceThen) {
   // The device plays frame 0 at 1 s; a voice is due 10 ms and a bit later.
-  struct Case {
-    double due_us;
-    int64_t frame;
-  } cases[] = {{1e6 + 10000, 441}, {1e6 + 10010, 442}, {1e6 + 22.675737, 1}, {1e6 + 20000, 882}};
+  struct Case { double due_us; int64_t frame; } cases[] = {{1e6 + 10000, 441}, {1e6 + 10010, 442}, {1e6 + 22.675737, 1}, {1e6 + 20000, 882}};
   for (const Case& c : cases) {
     sound_clock clock;
-    clock.reset(44100, 88);
-    clock.observe(0, 1e6);
+    clock.reset(44100, 88), clock.observe(0, 1e6);
     sound_mixer m(44100);
     test_sample tone(16, false, 44100, 100, 10000);
     const int v = m.allocate(&tone.s);
@@ -72,30 +59,20 @@ TEST(Mixer, AVoiceDueAtAMomentStartsOnTheFrameThatLeavesTheDeviceThen) {
 }
 
 TEST(Mixer, VoicesAddUpAtHalfTheirVolumeOnEachSideAndClip) {
-  struct Case {
-    int bits;
-    bool stereo;
-    int left, right;  // the sample's values
-    int volume, voices;
-    int out_left, out_right;
-  } cases[] = {
-      {16, false, 20000, 0, 255, 1, 10000, 10000},     // centred: half on each side
-      {16, false, 20000, 0, 255, 2, 20000, 20000},     // two overlapping voices add up
-      {16, false, 20000, 0, 255, 4, 32767, 32767},     // and clip
-      {16, false, -20000, 0, 255, 4, -32768, -32768},  // on both sides of zero
-      {16, false, 20000, 0, 51, 1, 2000, 2000},        // volume 51 of 255
-      {16, false, 20000, 0, 0, 1, 0, 0},
+  // bits, stereo, the sample's values, volume, voices, what comes out
+  struct Case { int bits; bool stereo; int left, right, volume, voices, out_left, out_right; } cases[] = {
+      // centred: half on each side; two overlapping voices add up, and clip on both sides of zero
+      {16, false, 20000, 0, 255, 1, 10000, 10000}, {16, false, 20000, 0, 255, 2, 20000, 20000},
+      {16, false, 20000, 0, 255, 4, 32767, 32767}, {16, false, -20000, 0, 255, 4, -32768, -32768},
+      {16, false, 20000, 0, 51, 1, 2000, 2000}, {16, false, 20000, 0, 0, 1, 0, 0},  // volume 51 and 0 of 255
       {16, true, 30000, -30000, 255, 1, 15000, -15000},
-      {8, false, 100, 0, 255, 1, 12800, 12800},  // 8 bit scaled to 16
-      {8, true, 127, -128, 255, 2, 32512, -32768},
-  };
+      {8, false, 100, 0, 255, 1, 12800, 12800}, {8, true, 127, -128, 255, 2, 32512, -32768}};  // 8 bit scaled to 16
   for (const Case& c : cases) {
     sound_mixer m(44100);
     test_sample s(c.bits, c.stereo, 44100, 50, c.left, c.right);
     for (int i = 0; i < c.voices; ++i) {
       const int v = m.allocate(&s.s);
-      m.set_volume(v, c.volume);
-      m.start(v, 0);
+      m.set_volume(v, c.volume), m.start(v, 0);
     }
     const std::vector<int16_t> out = mix(m, 60);
     const std::string what = std::to_string(c.bits) + (c.stereo ? " stereo " : " mono ") + std::to_string(c.voices);
@@ -115,10 +92,7 @@ TEST(Mixer, ALateVoiceStartsAtOnceAndTheVoiceEndsWhenHeardToItsEnd) {
   EXPECT_EQ(first_sound(out), 0u);
   // 100 frames at half the stream's rate last 200 stream frames.
   EXPECT_EQ(m.end(v), 700);
-  struct Case {
-    int64_t heard;
-    int position;
-  } cases[] = {{499, 0}, {500, 0}, {600, 50}, {699, 99}, {700, -1}};
+  struct Case { int64_t heard; int position; } cases[] = {{499, 0}, {500, 0}, {600, 50}, {699, 99}, {700, -1}};
   for (const Case& c : cases) EXPECT_EQ(m.position(v, c.heard), c.position) << c.heard;
   m.forget(&half_rate.s);
   EXPECT_EQ(m.position(v, 600), -1);
@@ -126,47 +100,92 @@ TEST(Mixer, ALateVoiceStartsAtOnceAndTheVoiceEndsWhenHeardToItsEnd) {
   EXPECT_NE(m.allocate(&half_rate.s), -1);
 }
 
-TEST(Mixer, TheFrameClockFollowsTheDevicesOwnRate) {
-  // A device whose frames leave at 44.1 kHz × (1 + ppm), observed once a
-  // period with the thread's wake-up jitter, over 30 s; and a sound server
-  // that runs 1000 ppm fast for its first 5 s and at the given rate after.
+// A device whose clock runs `ppm` fast: it takes frames from the buffer at
+// 44.1 kHz × (1 + ppm) from t0 on, in chunks of `step` frames (its pointer
+// is the nearest chunk's end), and holds `held` of them before they leave.
+struct fake_device {
+  double ppm, held, step = 1;
+  double t0 = 5e6;
+  double rate() const { return 44100 * (1 + ppm * 1e-6); }
+  int64_t taken(double t) const { return static_cast<int64_t>(std::round((t - t0) * rate() / 1e6 / step) * step); }
+  double leaves(int64_t f) const { return t0 + (static_cast<double>(f) + held) * 1e6 / rate(); }
+};
+
+TEST(Mixer, TheFrameClockKeepsTheDevicesRateThroughNoisyDelayReadings) {
+  // The delay a sound server reports wanders (its own estimate, here up to
+  // `wander` frames and back over 30 s) while the frames it takes keep
+  // their pace; the clock must follow the pace, not the wander, from 2 s on.
   struct Case {
-    double ppm, jitter_us, first_ppm, worst_us;
-  } cases[] = {{0, 0, 0, 25}, {200, 0, 200, 25}, {200, 150, 200, 25}, {-200, 150, -200, 25}, {700, 200, 1000, 25}};
+    double ppm, jitter_us, step, wander, worst_us;
+  } cases[] = {{0, 0, 1, 0, 25},        {200, 0, 1, 0, 25},       {200, 150, 1, 0, 40},
+               {-200, 150, 1, 0, 40},   {200, 150, 1, 45, 40},    {200, 400, 1, 45, 60},
+               {200, 2000, 176, 0, 150},  // a server taking 4 ms at once, read at any moment
+               {200, 2000, 176, 45, 150}};
   for (const Case& c : cases) {
-    const double rate = 44100 * (1 + c.ppm * 1e-6), first_rate = 44100 * (1 + c.first_ppm * 1e-6);
-    const double t0 = 5e6;
-    // Frames left by t, and the moment frame f leaves.
-    auto left = [&](double t) { return t < t0 + 5e6 ? (t - t0) * first_rate / 1e6 : 5 * first_rate + (t - t0 - 5e6) * rate / 1e6; };
-    auto moment = [&](double f) { return f < 5 * first_rate ? t0 + f * 1e6 / first_rate : t0 + 5e6 + (f - 5 * first_rate) * 1e6 / rate; };
+    const fake_device dev{c.ppm, 120, c.step};
     sound_clock clock;
     clock.reset(44100, 88);
     uint32_t seed = 7;
-    double worst = 0;
-    for (int k = 0; k < 15000; ++k) {
+    auto noise = [&] {
       seed = seed * 1664525u + 1013904223u;
-      const double t = t0 + k * 2000 + c.jitter_us * (seed >> 8) / double(1 << 24);
-      const int64_t leaving = static_cast<int64_t>(left(t));
-      clock.observe(leaving, t);
-      if (k < 5000) continue;
-      // A frame 10 ms ahead, as a voice is placed.
-      const int64_t f = leaving + 441;
-      worst = std::max(worst, std::fabs(clock.time_of(f) - moment(static_cast<double>(f))));
+      return (seed >> 8) / double(1 << 24);
+    };
+    double worst = 0;
+    for (int k = 0; k < 30000; ++k) {
+      const double t = dev.t0 + k * 2000 + c.jitter_us * noise();
+      const double drift = c.wander * (1 - std::cos((t - dev.t0) / 30e6 * 2 * M_PI)) / 2;
+      const double reported = dev.held + drift + 20 * (noise() - 0.5);
+      EXPECT_TRUE(clock.observe(dev.taken(t), t, reported));
+      if (k < 1000) continue;
+      // A frame 20 ms ahead, as a voice is placed.
+      const int64_t f = dev.taken(t) + 882;
+      worst = std::max(worst, std::fabs(clock.time_of(f) - dev.leaves(f)));
     }
-    EXPECT_LT(worst, c.worst_us) << c.ppm << " ppm, jitter " << c.jitter_us << ", at first " << c.first_ppm;
-    EXPECT_NEAR(clock.rate(), rate, 44100 * 5e-6) << c.ppm;
+    const std::string what = std::to_string(c.ppm) + " ppm, jitter " + std::to_string(c.jitter_us) + ", steps of " +
+                             std::to_string(c.step) + ", wander " + std::to_string(c.wander);
+    EXPECT_TRUE(clock.settled()) << what;
+    EXPECT_LT(worst, c.worst_us) << what;
+    EXPECT_NEAR(clock.rate(), dev.rate(), 44100 * 3e-6) << what;
+    EXPECT_EQ(clock.frame_at(clock.time_of(1234567)), 1234567) << what;
   }
 }
 
-TEST(Mixer, TheFrameClockStartsAgainAfterTheStreamBroke) {
-  sound_clock clock;
-  clock.reset(44100, 88);
-  for (int k = 0; k < 100; ++k) EXPECT_TRUE(clock.observe(88 * k, 1e6 + k * 1995.46));
-  // An underrun: the same frame leaves 30 ms later than the line says.
-  const double late = clock.time_of(8800) + 30000;
-  EXPECT_FALSE(clock.observe(8800, late));
-  EXPECT_DOUBLE_EQ(clock.time_of(8800), late);
-  EXPECT_NEAR(clock.time_of(8800 + 441), late + 10000, 1);
+TEST(Mixer, TheFrameClockLeavesOutStraysAndFollowsAStreamThatMoved) {
+  // After 10 s on a device 200 ppm fast, the device's frames leave `shift`
+  // µs later than before for `count` observations (one per 2 ms), or the
+  // stream was restarted; then the clock either stays on its line or
+  // continues from the new one, with the rate it had.
+  struct Case {
+    double shift_us;
+    int count;
+    bool restarted, moved;
+  } cases[] = {
+      {30000, 1, false, false},   // one stray observation
+      {-8000, 3, false, false},   // a few: a stall, not a move
+      {30000, 40, false, true},   // the device ran dry and plays on later
+      {-8000, 40, false, true},   // or skipped frames
+      {2000, 40, false, true},    // a small move, which the fit would take for a change of rate
+      {6000, 1, true, true},      // an underrun: the stream started again
+  };
+  for (const Case& c : cases) {
+    const fake_device dev{200, 0, 1};
+    sound_clock clock;
+    clock.reset(44100, 88);
+    double t = dev.t0;
+    for (; t < dev.t0 + 10e6; t += 2000) clock.observe(dev.taken(t), t);
+    if (c.restarted) {
+      clock.restart();
+      const int64_t f = dev.taken(t) + 882;
+      EXPECT_NEAR(clock.time_of(f), dev.leaves(f), 50) << "the old line until the first new observation";
+    }
+    int lines_started = 0;
+    for (int k = 0; k < c.count; ++k, t += 2000) lines_started += !clock.observe(dev.taken(t), t + c.shift_us);
+    const std::string what = std::to_string(c.shift_us) + " us x " + std::to_string(c.count);
+    EXPECT_EQ(lines_started, c.moved && !c.restarted ? 1 : 0) << what;
+    const int64_t f = dev.taken(t) + 882;
+    EXPECT_NEAR(clock.time_of(f), dev.leaves(f) + (c.moved ? c.shift_us : 0), 50) << what;
+    EXPECT_NEAR(clock.time_of(f + 441000) - clock.time_of(f), 10e6 / (1 + 200e-6), 5) << what << ": the rate kept";
+  }
 }
 
 }  // namespace

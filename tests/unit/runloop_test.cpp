@@ -17,15 +17,12 @@
 #include "platform/alleg.h"
 #include "screens/info.h"
 #include "services/dict.h"
+#include "services/report.h"
 #include "test_support.h"
 
 namespace {
 
-struct Press {
-  long at_ms;
-  int code;
-  bool done = false;
-};
+struct Press { long at_ms; int code; bool done = false; };
 std::vector<Press> presses;   // reaction keys, on the test clock
 std::vector<Press> commands;  // experimenter's keys ('s', 'c', 'x') and switches, on wall time
 std::string calls;
@@ -70,9 +67,10 @@ const stim_factory make_probe = stim_make<probe>;
 // One block run: the pause dialogue's dictionary (or none), the trials as
 // {t0, kritisch} (numbered from 1, shown for 50 ms), the keys, when key reads
 // start failing, the block's start; then the result, every trial as
-// "nummer/kritisch/reaktion/reakzeit", the hooks called with the counters
-// "richtig fehler auslassung", texts logged, and the wall time at the end
-// (or -1).
+// "nummer/kritisch/reaktion/reakzeit" (and "!" when a press came before its
+// minreak), the hooks called with the counters "richtig fehler auslassung",
+// the session report's counts "trials correct wrong_key false_alarm omission
+// withheld anticipation", texts logged, and the wall time at the end (or -1).
 struct Case {
   const char* dict;
   std::vector<std::pair<long, int>> trials;
@@ -85,25 +83,22 @@ struct Case {
 };
 void PrintTo(const Case& c, std::ostream* os) { *os << c.outcome; }
 
-class RunLoop : public ::testing::TestWithParam<Case> {
- protected:
-  void SetUp() override {
-    test_allegro();
-    fake_clock::start();
-    calls.clear();
-    taste_reset();
-    taste_fake(read_key);
-    tastatur_fake(&kDevice);
-    info_reset();
-    stim_registry_clear();
-    stim_register("probe", make_probe);
+// Scripted keys on the test clock, an empty registry but for the probe.
+struct Keys {
+  void start() {
+    test_allegro(), fake_clock::start(), calls.clear(), taste_reset(), taste_fake(read_key);
+    tastatur_fake(&kDevice), info_reset(), stim_registry_clear(), stim_register("probe", make_probe);
+    commands.clear(), fail_reads_from_ms = -1;
   }
+  void stop() { taste_reset(), tastatur_fake(nullptr), stim_registry_clear(), fake_clock::stop(); }
+};
+
+class RunLoop : public ::testing::TestWithParam<Case>, Keys {
+ protected:
+  void SetUp() override { Keys::start(); }
   void TearDown() override {
     if (args) stimuli_done();
-    taste_reset();
-    tastatur_fake(nullptr);
-    stim_registry_clear();
-    fake_clock::stop();
+    Keys::stop();
   }
   std::unique_ptr<Args> args;
   TempDir dir;
@@ -136,11 +131,16 @@ TEST_P(RunLoop, Outcome) {
   char buf[80];
   for (int i = 0; i < block.anzahl(); ++i) {
     const stim* s = block.stimulus(i);
-    snprintf(buf, sizeof buf, "%u/%d/%d/%ld ", s->nummer, s->kritisch, s->reaktion, s->reakzeit);
+    snprintf(buf, sizeof buf, "%u/%d/%d/%ld%s ", s->nummer, s->kritisch, s->reaktion, s->reakzeit,
+             block.antizipationen(i) ? "!" : "");
     outcome += buf;
   }
   const info_counts n = info_counters();
-  snprintf(buf, sizeof buf, "%d %d %d", n.richtig, n.fehler, n.auslassung);
+  session_report rep;
+  block.report(rep, 1);
+  const report_counts r = rep.blocks().empty() ? report_counts{} : rep.blocks()[0].all;  // a page has no row
+  snprintf(buf, sizeof buf, "%d %d %d | %d %d %d %d %d %d %d", n.richtig, n.fehler, n.auslassung, r.trials, r.correct,
+           r.wrong_key, r.false_alarm, r.omission, r.withheld, r.anticipation);
   EXPECT_EQ(outcome + "| " + calls + buf, c.outcome);
   for (const std::string& s : c.logged) EXPECT_TRUE(log.has(s)) << s << "\n" << log.text();
   if (c.ends_at >= 0) {
@@ -149,6 +149,10 @@ TEST_P(RunLoop, Outcome) {
   const long t = alleg_get_timer();  // however the block ended, the clock runs
   for (int i = 0; i < 2000; ++i) fake_clock::read();
   EXPECT_GT(alleg_get_timer(), t);
+  if (c.result) return;
+  presses.clear();  // a second run counts its anticipations afresh
+  ASSERT_EQ(block.run(alleg_get_timer()), 0);
+  for (int i = 0; i < block.anzahl(); ++i) EXPECT_EQ(block.antizipationen(i), 0) << i;
 }
 
 INSTANTIATE_TEST_SUITE_P(Blocks, RunLoop, ::testing::Values(
@@ -156,35 +160,33 @@ INSTANTIATE_TEST_SUITE_P(Blocks, RunLoop, ::testing::Values(
     // trial, after maxreak; only the first press counts.
     Case{nullptr, {{100, 1}, {6000, 1}, {12000, 2}, {18000, 0}, {24000, 1}, {30000, 0}},
          {{200, 1}, {6101, 1}, {6300, 2}, {12300, 1}, {18400, 3}, {29001, 1}}, {}, -1, 0, 0,
-         "1/1/0/0 2/1/1/101 3/2/1/300 4/0/3/400 5/1/0/0 6/0/0/0 "
-         "| 1 auslassung, 2 richtig, 3 falsch, 4 falsch, 5 auslassung, 1 2 2", {}, -1},
+         "1/1/0/0! 2/1/1/101 3/2/1/300 4/0/3/400 5/1/0/0 6/0/0/0 "
+         "| 1 auslassung, 2 richtig, 3 falsch, 4 falsch, 5 auslassung, 1 2 2 | 6 1 1 1 2 1 1", {}, -1},
     // The block's start lies 50 ms in the past: the first show is 40 ms late,
     // the second on time, and its window of 5000 ms is waited out, then 100 ms more.
-    Case{nullptr, {{10, -1}, {100, 1}}, {}, {}, -1, -50, 0, "1/-1/0/0 2/1/0/0 | 2 auslassung, 0 0 1",
+    Case{nullptr, {{10, -1}, {100, 1}}, {}, {}, -1, -50, 0, "1/-1/0/0 2/1/0/0 | 2 auslassung, 0 0 1 | 1 0 0 0 1 0 0",
          {"Sorry, ", " ms too late", "Nummer:   1"}, 5150},
     // Pause and continue: the trial answered last is eliminated, never saved.
     Case{"release\ninterrupted\n", {{100, 1}, {1000, 1}}, {{400, 1}, {1500, 1}}, {{450, 's'}, {700, 'c'}}, -1, 0,
-         0, "0/1/1/300 2/1/1/500 | 0 richtig, 2 richtig, 2 0 0",
+         0, "0/1/1/300 2/1/1/500 | 0 richtig, 2 richtig, 2 0 0 | 2 2 0 0 0 0 0",
          {"stopped (s pressed)", "release", "interrupted", "continuing (c pressed)", "key blocked in trial number 1",
           "eliminating this trial"}, -1},
     // Switched away and back during the dialogue: the clock stays stopped
     // until "c", so the second trial comes as late in wall time as without.
     Case{"release\ninterrupted\n", {{100, 1}, {1000, 1}}, {{400, 1}, {1500, 1}},
          {{450, 's'}, {500, kSwitchOut}, {550, kSwitchIn}, {700, 'c'}}, -1, 0, 0,
-         "0/1/1/300 2/1/1/500 | 0 richtig, 2 richtig, 2 0 0", {"switched into the program"}, 2850},
+         "0/1/1/300 2/1/1/500 | 0 richtig, 2 richtig, 2 0 0 | 2 2 0 0 0 0 0", {"switched into the program"}, 2850},
     // Pause and exit: trials not answered are neither evaluated nor saved.
     Case{"release\ninterrupted\n", {{100, 1}, {1000, 1}, {2000, 1}}, {{400, 1}}, {{900, 's'}, {1200, 'x'}}, -1, 0,
-         -1, "0/1/1/300 2/-1/0/0 3/-1/0/0 | 0 0 0", {"exit (x pressed)"}, -1},
+         -1, "0/1/1/300 2/-1/0/0 3/-1/0/0 | 0 0 0 | 1 1 0 0 0 0 0", {"exit (x pressed)"}, -1},
     // A dictionary without the second text ends the dialogue and the block.
-    Case{"release\n", {{100, 1}, {1000, 1}}, {}, {{50, 's'}}, -1, 0, -1, "1/-1/0/0 2/-1/0/0 | 0 0 0",
+    Case{"release\n", {{100, 1}, {1000, 1}}, {}, {{50, 's'}}, -1, 0, -1, "1/-1/0/0 2/-1/0/0 | 0 0 0 | 0 0 0 0 0 0 0",
          {"dict: item invalid"}, -1},
     // A failing key device aborts; the trial answered before keeps its class.
-    Case{nullptr, {{100, 1}, {800, 1}, {900, 0}}, {{300, 1}}, {}, 500, 0, -1, "1/1/1/200 2/-1/0/0 3/-1/0/0 | 0 0 0",
+    Case{nullptr, {{100, 1}, {800, 1}, {900, 0}}, {{300, 1}}, {}, 500, 0, -1, "1/1/1/200 2/-1/0/0 3/-1/0/0 | 0 0 0 | 1 1 0 0 0 0 0",
          {}, -1}));
 
-}  // namespace
 
-namespace {
 // A trial whose onset the display tells 20 ms after show() returned: the
 // picture reached the screen 16 ms after the call.
 struct late_probe : probe {
@@ -201,28 +203,40 @@ struct late_probe : probe {
   }
 };
 
-class LateOnset : public ::testing::Test {
+// The report's rows: a page (no trial that takes a reaction) gets none; a
+// trial block whose run ended before its first trial keeps its row.
+class Pages : public ::testing::Test, Keys {
  protected:
-  void SetUp() override {
-    test_allegro();
-    fake_clock::start();
-    calls.clear();
-    taste_reset();
-    taste_fake(read_key);
-    tastatur_fake(&kDevice);
-    info_reset();
-    stim_registry_clear();
-    stim_register("late", stim_make<late_probe>);
-    timing_keep(true);
+  void SetUp() override { Keys::start(); }
+  void TearDown() override { Keys::stop(); }
+};
+
+TEST_F(Pages, APageHasNoRowATrialBlockEndedEarlyKeepsOne) {
+  const struct {
+    std::vector<std::string> lines;
+    bool row;
+  } cases[] = {
+      {{"probe t0=0 t1=10 kritisch=-1"}, false},
+      {{"probe t0=0 t1=10 kritisch=-1", "probe nummer=1 t0=20 t1=10 kritisch=-1"}, false},
+      {{"probe t0=0 t1=10 kritisch=-1", "probe nummer=1 t0=20 t1=10 kritisch=0"}, true},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> lines = c.lines;
+    std::vector<char*> raw;
+    for (std::string& l : lines) raw.push_back(l.data());
+    int err = 0;
+    stimuli block(static_cast<int>(raw.size()), raw.data(), err);
+    ASSERT_EQ(err, 0);
+    session_report rep;
+    block.report(rep, 2);  // not run
+    EXPECT_EQ(rep.blocks().size(), c.row ? 1u : 0u) << lines.back();
   }
-  void TearDown() override {
-    timing_clear();
-    timing_keep(false);
-    taste_reset();
-    tastatur_fake(nullptr);
-    stim_registry_clear();
-    fake_clock::stop();
-  }
+}
+
+class LateOnset : public ::testing::Test, Keys {
+ protected:
+  void SetUp() override { Keys::start(), stim_register("late", stim_make<late_probe>), timing_keep(true); }
+  void TearDown() override { timing_clear(), timing_keep(false), Keys::stop(); }
 };
 
 // Reaction times count from the onset told, not from the call; a press made
@@ -235,17 +249,11 @@ TEST_F(LateOnset, PressesCountFromTheOnsetTold) {
   stimuli block(2, lines, err);
   ASSERT_EQ(err, 0);
   presses = {{105, 1}, {420, 1}, {1005, 2}, {1216, 3}};
-  commands = {};
-  fail_reads_from_ms = -1;
   fake_clock::read();
   ASSERT_EQ(block.run(0), 0);
-  const stim* a = block.stimulus(0);
-  const stim* b = block.stimulus(1);
-  EXPECT_EQ(a->reaktion, 1);
-  EXPECT_EQ(a->reakzeit, 420 - 116);
-  EXPECT_EQ(block.antizipationen(0), 1);
-  EXPECT_EQ(b->reaktion, 3);
-  EXPECT_EQ(b->reakzeit, 200);
+  const stim *a = block.stimulus(0), *b = block.stimulus(1);
+  EXPECT_TRUE(a->reaktion == 1 && a->reakzeit == 420 - 116 && block.antizipationen(0) == 1) << a->reakzeit;
+  EXPECT_TRUE(b->reaktion == 3 && b->reakzeit == 200) << b->reakzeit;
   int shows = 0;
   for (int i = 0; i < timing_count(); ++i) {
     const timing_record& r = timing_records()[i];

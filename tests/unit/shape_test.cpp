@@ -18,17 +18,7 @@ int rgb(int r, int g, int b) { return makecol_depth(16, r, g, b); }
 
 class Shape : public ::testing::Test {
  protected:
-  void SetUp() override {
-    test_allegro(), set_color_depth(16);
-    screen = create_bitmap(800, 600);
-    clear_to_color(screen, black);
-    fake_clock::start(), display_vsync_reset(), alleg_refresh_rate(60);
-  }
-  void TearDown() override {
-    shape_done(), destroy_bitmap(screen);
-    screen = nullptr;
-    display_vsync_reset(), fake_clock::stop(), set_color_depth(8);
-  }
+  void TearDown() override { shape_done(); }
   std::unique_ptr<shape> make(const std::string& attrs) {
     stim* s = _shape(attrs.c_str());
     EXPECT_NE(s, nullptr) << attrs;
@@ -45,6 +35,7 @@ class Shape : public ::testing::Test {
   const int black = rgb(0, 0, 0), grey = rgb(128, 128, 128);
   const int colours[6] = {rgb(64, 64, 255),  rgb(64, 255, 64),  rgb(255, 64, 64),
                           rgb(255, 64, 255), rgb(255, 255, 64), rgb(255, 255, 255)};
+  MemoryScreen memory{16, 800, 600, 60, black};
 };
 }  // namespace
 

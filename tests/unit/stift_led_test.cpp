@@ -21,16 +21,10 @@ using writes = std::vector<SimPort::write>;
 
 // Pen and LED tests share the port and the reset of both outputs.
 struct Led : ::testing::Test {
-  void SetUp() override {
-    test_allegro();
-    lpt_reset();
-    real_clock::start();  // trace times are real time; every wait spins on it
-  }
-  void TearDown() override {
-    stift_reset();
-    led_reset_state();  // static again: the exit handler sends nothing
-    alleg_timer_reset();
-  }
+  // Trace times are real time; every wait spins on it. The LED goes back to
+  // static, so the exit handler sends nothing.
+  void SetUp() override { test_allegro(), lpt_reset(), real_clock::start(); }
+  void TearDown() override { stift_reset(), led_reset_state(), alleg_timer_reset(); }
   // Data-register writes of LPT1 from the n-th on, and their values.
   writes from(size_t n) const {
     writes w = sim.trace();
@@ -74,17 +68,14 @@ TEST_F(Stift, LineSetsPortsShowAndHide) {
   EXPECT_EQ(sim2.data(), ints{0});
   ASSERT_EQ(stift_init("lpt1"), 0);
   stift s("index=1,3,8", err);
-  ASSERT_EQ(s.show(), 0);
-  EXPECT_EQ(s.shown, 1);
+  ASSERT_TRUE(s.show() == 0 && s.shown == 1);
   ASSERT_EQ(stift_init(stift_lpt1), 0);  // a restart restores the pen byte
   ASSERT_EQ(s.hide(), 0);
   EXPECT_EQ(std::make_tuple(s.shown, data()), std::make_tuple(0, ints{0, 0x85, 0x85, 0}));
 
   EXPECT_EQ(std::make_tuple(stift_init("com1"), stift_init(static_cast<stift_port_>(7))), std::make_tuple(-1, -1));
   ASSERT_EQ(stift_init("none"), 0);
-  EXPECT_EQ(s.show(), -1);
-  EXPECT_EQ(s.shown, 0);
-  EXPECT_EQ(s.hide(), -1);
+  EXPECT_TRUE(s.show() == -1 && s.shown == 0 && s.hide() == -1);
   EXPECT_TRUE(log.has("com1: Invalid argument") && log.has("stift/port: Invalid argument") &&
               log.has(": stift: no valid LPT defined") && log.has("stift-off: port: Invalid argument"));
   EXPECT_EQ(data().size(), 4u);
@@ -126,9 +117,7 @@ TEST_F(Led, SwitchingAndResetPulsesByMode) {
   }
   // Without a port show fails; hide then leaves the latches alone.
   ASSERT_EQ(led_init("none", "flipflop", "no"), 0);
-  EXPECT_EQ(l.show(), -1);
-  EXPECT_EQ(std::make_tuple(l.lit, l.shown), std::make_tuple(0, 0));
-  EXPECT_EQ(l.hide(), 0);
+  EXPECT_TRUE(l.show() == -1 && !l.lit && !l.shown && l.hide() == 0);
   led_init("none", "static", "no");
   EXPECT_EQ(std::make_tuple(led_off(l.lines), led_reset()), std::make_tuple(-1, -1));
   EXPECT_TRUE(log.has(": led: no valid LPT defined") && log.has("led-off: port: Invalid argument") &&
@@ -152,8 +141,7 @@ TEST_F(Led, HalfOnTimeLightsTheFirstHalfOfEveryMillisecond) {
   ASSERT_EQ(led_init("lpt1", "static", "no"), 0);
   led l("index=1 promille=500", err);
   ASSERT_EQ(err, 0);
-  const unsigned long long idle_from = alleg_get_utimer();
-  while (alleg_get_utimer() - idle_from < 3000) ASSERT_EQ(l.idle(), 0);
+  for (const unsigned long long idle_from = alleg_get_utimer(); alleg_get_utimer() - idle_from < 3000;) ASSERT_EQ(l.idle(), 0);
   EXPECT_EQ(data(1), ints{});  // not shown: nothing
   const unsigned long long before = alleg_get_utimer();
   ASSERT_EQ(l.show(), 0);

@@ -32,11 +32,7 @@ namespace {
 // Empty registry, store and block order, and the log captured.
 struct Engine : ::testing::Test {
   void SetUp() override { TearDown(); }
-  void TearDown() override {
-    stimfile_done();
-    stim_registry_clear();
-    stimuli_reset_order();
-  }
+  void TearDown() override { stimfile_done(), stim_registry_clear(), stimuli_reset_order(); }
   LogCapture log;
   int err = -2;
 };
@@ -190,10 +186,8 @@ TEST(Schedule, SortedByDueTimeThenPreshowShowHide) {
   // for t1 = 0 (1) or a triggered stimulus (4), nothing for a skipped one (3).
   EXPECT_EQ(plan, "4:1@1010 4:2@1010 2:1@1040 2:2@1040 0:1@1070 1:1@1090 0:2@1090 2:3@1090 1:2@1120 0:3@1295 ");
   // The skipped stimulus still takes part in the block's other operations.
-  EXPECT_EQ(b.prepare(), 0);
-  EXPECT_EQ(t[3]->prepared, 1);
+  EXPECT_TRUE(b.prepare() == 0 && t[3]->prepared == 1);
   t[1]->fail_prepare = 1;
-  EXPECT_EQ(b.prepare(), 1);
-  EXPECT_EQ(t[2]->prepared, 1);  // the first failure ends the round
+  EXPECT_TRUE(b.prepare() == 1 && t[2]->prepared == 1);  // the first failure ends the round
   EXPECT_EQ(b.cleanup(), 5);
 }

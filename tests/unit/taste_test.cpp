@@ -16,27 +16,13 @@ int level = 0;  // what a level device (response box, pedal) reads now
 int read_level(int& code) { return code = level, 0; }
 
 std::vector<int> waiting, put_back;
-int next_key() {
-  if (waiting.empty()) return 0;
-  const int k = waiting.front();
-  waiting.erase(waiting.begin());
-  return k;
-}
-void unget(int k) { put_back.push_back(k); }
-const tastatur_device kKeys{next_key, unget, nullptr, nullptr, nullptr};
+const tastatur_device kKeys{[] { return take_key(waiting); }, [](int k) { put_back.push_back(k); }, nullptr, nullptr,
+                            nullptr};
 
 class Taste : public ::testing::Test {
  protected:
-  void SetUp() override {
-    test_allegro();
-    fake_clock::start();
-    taste_reset();
-  }
-  void TearDown() override {
-    taste_reset();
-    tastatur_fake(nullptr);
-    fake_clock::stop();
-  }
+  void SetUp() override { test_allegro(), fake_clock::start(), taste_reset(); }
+  void TearDown() override { taste_reset(), tastatur_fake(nullptr), fake_clock::stop(); }
   // Runs the clock to test time t, then takes one buffered reading.
   int poll_at(long t) {
     while (fake_clock::test_ms() < t) fake_clock::read();
@@ -50,18 +36,10 @@ class Taste : public ::testing::Test {
 
 // At test time t the device reads level: the code reported, and the time of
 // the press whose release is requested (0: none).
-struct Step {
-  long t;
-  int level, code;
-  long please;
-};
+struct Step { long t; int level, code; long please; };
 
 TEST_F(Taste, HeldKeysAreReportedOnceWithDeadTimesAndReleaseRequest) {
-  const struct {
-    _taste_typ type;
-    long dead_time;
-    std::vector<Step> steps;
-  } cases[] = {
+  const struct { _taste_typ type; long dead_time; std::vector<Step> steps; } cases[] = {
       // Dead time after the press, 800 ms held is not yet too long, a press
       // inside the dead time after the release is not reported.
       {TASTE_VOK, 100, {{10, 1, 1, 0}, {50, 1, 0, 0}, {111, 1, 0, 0}, {810, 1, 0, 0}, {811, 1, 0, 10},

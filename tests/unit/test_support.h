@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "fake_clock.h"
+#include "platform/display.h"
 #include "platform/utf8.h"
 #include "services/argument.h"
 #include "services/log.h"
@@ -26,6 +28,29 @@ inline void test_allegro() {
     return install_allegro(SYSTEM_NONE, &errno, atexit);
   }();
   ASSERT_EQ(ok, 0);
+}
+
+// A w x h memory bitmap at the given depth, filled with colour, stands in for
+// the screen, on the test clock with a retrace simulated at hz; all undone at
+// destruction.
+struct MemoryScreen {
+  MemoryScreen(int depth, int w, int h, int hz, int colour = 0) {
+    test_allegro(), set_color_depth(depth);
+    screen = create_bitmap(w, h);
+    clear_to_color(screen, colour);
+    fake_clock::start(), display_vsync_reset(), alleg_refresh_rate(hz);
+  }
+  ~MemoryScreen() {
+    destroy_bitmap(screen);
+    screen = nullptr;
+    display_vsync_reset(), fake_clock::stop(), set_color_depth(8);
+  }
+};
+
+// The first of the scripted keys, taken from them; 0 when none is left.
+inline int take_key(std::vector<int>& keys) {
+  const int k = keys.empty() ? 0 : keys.front();
+  return keys.erase(keys.begin(), keys.begin() + !keys.empty()), k;
 }
 
 inline std::string read_text(const std::string& path) {

@@ -24,13 +24,7 @@
 namespace {
 
 std::vector<int> keys;  // experimenter's keys, one per read
-int next_key() {
-  if (keys.empty()) return 0;
-  const int k = keys.front();
-  keys.erase(keys.begin());
-  return k;
-}
-const tastatur_device kKeys{next_key, [](int) {}, nullptr, nullptr, nullptr};
+const tastatur_device kKeys{[] { return take_key(keys); }, [](int) {}, nullptr, nullptr, nullptr};
 
 long key2_at = -1;  // test time from which the second reaction key is down
 int read_key2(int& code) {
@@ -43,20 +37,14 @@ int read_key2(int& code) {
 class Trigger : public ::testing::Test {
  protected:
   void SetUp() override {
-    test_allegro();
-    fake_clock::start();
+    test_allegro(), fake_clock::start();
     fake_clock::step_ns() = 100000;  // fewer turns of the waiting loops per ms
-    taste_fake(read_key2, TASTE_VOK);
-    tastatur_fake(&kKeys);
+    taste_fake(read_key2, TASTE_VOK), tastatur_fake(&kKeys);
     ASSERT_EQ(vok_init(2, VOK_LPT1, 0), 0);
   }
   void TearDown() override {
     fake_clock::step_ns() = 2000;
-    trigger_init(TRIGGER_NONE, 0);
-    vok_reset();
-    taste_reset();
-    tastatur_fake(nullptr);
-    fake_clock::stop();
+    trigger_init(TRIGGER_NONE, 0), vok_reset(), taste_reset(), tastatur_fake(nullptr), fake_clock::stop();
   }
   TempDir dir;
   SimPort port{dir, 1};
@@ -94,8 +82,7 @@ TEST_F(Trigger, WaitsEndWithTheTriggerTheTimeOrX) {
     fake_clock::start();
     trigger_init(c.type, 0);
     port.set_status(c.line ? 0x78 : 0x38);
-    keys = c.keys;
-    key2_at = c.key2_at;
+    keys = c.keys, key2_at = c.key2_at;
     if (c.signal) raise(SIGTERM);
     if (c.away) alleg_timer_stop();
     const size_t at = log.text().size();

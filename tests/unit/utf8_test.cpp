@@ -11,10 +11,7 @@
 namespace {
 
 TEST(Utf8, DecodesWellFormedAndStepsOneByteOverMalformed) {
-  const struct {
-    const char* bytes;
-    int code, width;
-  } cases[] = {
+  const struct { const char* bytes; int code, width; } cases[] = {
       {"A", 'A', 1},
       {"\xC3\xA4", 0xE4, 2},                  // ä
       {"\xE2\x82\xAC", 0x20AC, 3},            // €

@@ -18,12 +18,7 @@ namespace {
 
 class Vok : public serial_box::Test {
  protected:
-  void TearDown() override {
-    config_done();
-    vok_reset();
-    taste_reset();
-    serial_box::Test::TearDown();
-  }
+  void TearDown() override { config_done(), vok_reset(), taste_reset(), serial_box::Test::TearDown(); }
   TempDir dir;
   SimPort lpt1{dir, 1}, lpt2{dir, 2};
 };

@@ -50,22 +50,12 @@ std::string wav_file(const TempDir& d, const std::string& name, uint32_t rate, u
 class Sound : public ::testing::Test {
  protected:
   void SetUp() override {
-    test_allegro();
-    fake_clock::start();
-    calls.clear();
-    due = 0;
-    late_us = 0;
-    position = -1;
-    free_voices = 1;
-    wav_voices(&kVoices);
-    wav_reset();
+    test_allegro(), fake_clock::start(), calls.clear();
+    due = 0, late_us = 0, position = -1, free_voices = 1;
+    wav_voices(&kVoices), wav_reset();
   }
   void TearDown() override {
-    swav_done();
-    wav_init(wav_none);
-    lpt_reset();
-    wav_voices(nullptr);
-    volume_init();
+    swav_done(), wav_init(wav_none), lpt_reset(), wav_voices(nullptr), volume_init();
     fake_clock::stop();
   }
   TempDir dir;
@@ -186,16 +176,11 @@ TEST_F(Sound, TimingTraceTakesEachSoundsOnsetFromItsDueTime) {
   taste_fake([](int& code) { return code = 0, 0; });
   static const tastatur_device kNoKeys{[] { return 0; }, [](int) {}, [] { return 0; }, nullptr, nullptr};
   tastatur_fake(&kNoKeys);
-  stim_registry_clear();
-  stim_register("wav", _wav);
-  stim_register("swav", _swav);
-  stim_register("probe", stim_make<stim>);
-  std::vector<std::string> lines = {"wav nummer=1 datei=tone.wav t0=300", "probe nummer=2 t0=350 t1=20",
-                                    "swav nummer=3 index=0 t0=400"};
-  std::vector<char*> raw;
-  for (std::string& l : lines) raw.push_back(l.data());
+  stim_registry_clear(), stim_register("wav", _wav), stim_register("swav", _swav), stim_register("probe", stim_make<stim>);
+  char l1[] = "wav nummer=1 datei=tone.wav t0=300", l2[] = "probe nummer=2 t0=350 t1=20", l3[] = "swav nummer=3 index=0 t0=400";
+  char* lines[] = {l1, l2, l3};
   timing_keep(true);
-  stimuli block(static_cast<int>(raw.size()), raw.data(), err);
+  stimuli block(3, lines, err);
   ASSERT_TRUE(err == 0 && block.prepare() == 0);
   EXPECT_EQ(block.run(-1), 0);
   int shows = 0;
@@ -209,12 +194,7 @@ TEST_F(Sound, TimingTraceTakesEachSoundsOnsetFromItsDueTime) {
       EXPECT_EQ(r.voice_us, 0u) << r.nummer << " " << r.action;
   }
   EXPECT_EQ(shows, 2);
-  block.cleanup();
-  timing_keep(false);
-  timing_clear();
-  taste_reset();
-  tastatur_fake(nullptr);
-  stim_registry_clear();
+  block.cleanup(), timing_keep(false), timing_clear(), taste_reset(), tastatur_fake(nullptr), stim_registry_clear();
 }
 
 }  // namespace

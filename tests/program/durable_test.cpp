@@ -1,0 +1,125 @@
+// What a session killed with SIGKILL leaves on the disk: the results of
+// every block that had ended, and files that are whole (the report and the
+// timing trace as they were after some block, never half written).
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "fixture.h"
+
+using harness::contains;
+using harness::lines_with;
+
+namespace {
+
+class Durable : public ProgramTest {
+ protected:
+  // Waits (at most 30 s) until ready() holds; false when it never did.
+  static bool wait_for(const std::function<bool()>& ready) {
+    for (int i = 0; i < 3000; ++i) {
+      if (ready()) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  }
+
+  harness::Run kill_and_read(const harness::Started& p) {
+    kill(p.pid, SIGKILL);
+    const harness::Run r = harness::finish(p, 30);
+    EXPECT_EQ(r.signal, SIGKILL) << r.err;
+    log = dir.exists("t.log") ? dir.read("t.log") : "";
+    results = dir.exists("results.txt") ? dir.read("results.txt") : "";
+    return r;
+  }
+
+  // Every line of a tab-separated file has n cells, and it ends with a
+  // whole line.
+  static void expect_whole_tsv(const std::string& text, size_t n) {
+    ASSERT_FALSE(text.empty());
+    EXPECT_EQ(text.back(), '\n');
+    std::istringstream s(text);
+    for (std::string l; std::getline(s, l);)
+      EXPECT_EQ(static_cast<size_t>(std::count(l.begin(), l.end(), '\t')) + 1, n) << l;
+  }
+
+  // Two short blocks of two omitted trials each, then a long one.
+  const std::string kBlocks =
+      "reak nummer=1 t0=100 t1=50 kritisch=1 maxreak=300 uv=first;\n"
+      "reak nummer=2 t0=500 t1=50 kritisch=1 maxreak=300 uv=first;\n"
+      "---\n"
+      "reak nummer=3 t0=100 t1=50 kritisch=1 maxreak=300 uv=second;\n"
+      "reak nummer=4 t0=500 t1=50 kritisch=1 maxreak=300 uv=second;\n"
+      "---\n"
+      "reak nummer=5 t0=60000 t1=50 kritisch=1 maxreak=300 uv=third;\n";
+};
+
+TEST_F(Durable, KillDuringASessionKeepsEveryBlockThatEnded) {
+  dir.write("t.s", kBlocks);
+  std::vector<std::string> a = args();
+  a.push_back("-timing=timing.tsv");
+  const harness::Started p = harness::start(dir, a);
+  // Killed as soon as the second block's lines are on the disk, while the
+  // third block runs.
+  const bool second = wait_for([&] { return dir.exists("results.txt") && contains(dir.read("results.txt"), " second "); });
+  kill_and_read(p);
+  ASSERT_TRUE(second) << results;
+  EXPECT_EQ(lines_with(results, " first ").size(), 2u) << results;
+  EXPECT_EQ(lines_with(results, " second ").size(), 2u) << results;
+  EXPECT_FALSE(contains(results, "third")) << results;
+  EXPECT_EQ(results.back(), '\n');
+  // The trace holds the blocks that ended, whole lines only; the log what
+  // was said up to their end.
+  const std::string timing = dir.read("timing.tsv");
+  expect_whole_tsv(timing, 12);
+  std::set<std::string> blocks;
+  std::istringstream lines(timing);
+  for (std::string l; std::getline(lines, l);) blocks.insert(l.substr(0, l.find('\t')));
+  EXPECT_TRUE(blocks.count("0") && !blocks.count("2")) << timing;
+  EXPECT_TRUE(contains(log, "Running on Linux")) << log;
+}
+
+TEST_F(Durable, KillBeforeTheFirstBlockEndedLeavesAnEmptyFileAndAtExitItIsRemoved) {
+  dir.write("t.s", "reak nummer=1 t0=60000 t1=50 kritisch=1 maxreak=300 uv=late;\n");
+  const harness::Started p = harness::start(dir, args());
+  const bool opened = wait_for([&] { return dir.exists("results.txt"); });
+  kill_and_read(p);
+  ASSERT_TRUE(opened);
+  EXPECT_TRUE(dir.exists("results.txt"));
+  EXPECT_EQ(results, "");
+  // A block without results lines: the file is removed at exit, as always.
+  dir.write("t.s", "null nummer=0 t0=100 t1=50\n");
+  const harness::Run r = run(args());
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_FALSE(dir.exists("results.txt"));
+  EXPECT_EQ(lines_with(log, "No results. removing file").size(), 1u) << log;
+}
+
+TEST_F(Durable, ReportKilledWhileBeingReplacedIsTheWholeEarlierOne) {
+  dir.write("t.s", kBlocks);
+  std::vector<std::string> a = args();
+  a.push_back("-report=rep");
+  // Each replacement waits a second halfway through its temporary file.
+  const harness::Started p = harness::start(dir, a, {"IXMOD_TEST_SLOW_REPLACE=1000"});
+  // The first block's report is complete once its page is there; the next
+  // temporary file is the second block's report being written.
+  const bool first = wait_for([&] { return dir.exists("rep/t-report.html"); });
+  const bool writing = first && wait_for([&] { return dir.exists("rep/t-report.tsv.tmp"); });
+  kill_and_read(p);
+  ASSERT_TRUE(writing);
+  const std::string tsv = dir.read("rep/t-report.tsv");
+  expect_whole_tsv(tsv, 12);
+  EXPECT_FALSE(lines_with(tsv, "1\tfirst\t").empty()) << tsv;
+  EXPECT_TRUE(lines_with(tsv, "2\tsecond\t").empty()) << tsv;
+  const std::string html = dir.read("rep/t-report.html");
+  EXPECT_TRUE(contains(html, "</html>")) << html.substr(html.size() > 200 ? html.size() - 200 : 0);
+  // The results of the second block were on the disk before its report.
+  EXPECT_EQ(lines_with(results, " second ").size(), 2u) << results;
+}
+
+}  // namespace
