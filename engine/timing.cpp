@@ -84,9 +84,8 @@ void timing_write() {
     present_done d;
     if (!r.frame || !display_frame_told(r.frame, d)) d = present_done{};
     char head[40], tail[700];
-    snprintf(head, sizeof head, "%d	%u	", r.block, r.nummer);
-    snprintf(tail, sizeof tail, "	%s	%llu	%llu	%lld	%llu	%s	%llu	%llu	%llu	%llu	%llu	%llu	%s	%d
-",
+    snprintf(head, sizeof head, "%d\t%u\t", r.block, r.nummer);
+    snprintf(tail, sizeof tail, "\t%s\t%llu\t%llu\t%lld\t%llu\t%s\t%llu\t%llu\t%llu\t%llu\t%llu\t%llu\t%s\t%d\n",
              action_name(r.action), static_cast<unsigned long long>(r.due_us),
              static_cast<unsigned long long>(r.actual_us),
              static_cast<long long>(r.actual_us) - static_cast<long long>(r.due_us),
