@@ -172,7 +172,10 @@ void display_present_init() {
                   reinterpret_cast<const unsigned char*>(&bypass), 1);
   XSync(dpy_, False);
   std::unique_lock<std::mutex> hold(present_lock_);
-  if (getenv("IXMOD_NO_PRESENT") == nullptr && present_init(dpy_, w, composited_)) {
+  // Presentation is opt-in (IXMOD_PRESENT=1) until drawing that no stimulus
+  // hands over (a page erased between blocks) is sure to reach the window.
+  const char* opt = getenv("IXMOD_PRESENT");
+  if (opt && strcmp(opt, "1") == 0 && present_init(dpy_, w, composited_)) {
     XGCValues v;
     v.graphics_exposures = False;
     canvas_gc_ = XCreateGC(dpy_, present_canvas(), GCGraphicsExposures, &v);
