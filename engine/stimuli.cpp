@@ -246,7 +246,8 @@ int stimuli::run(long start) {
     while (alleg_get_timer() < due) {
     }
     timing_record tr{block_no, s->nummer, &typeid(*s), a.type, static_cast<uint64_t>(due) * 1000u,
-                     alleg_get_utimer(), 0, alleg_system_us(), 0, 0};
+                     alleg_get_utimer(), 0, alleg_system_us(), 0, 0, 0};
+    const unsigned frame_before = display_last_frame();
     switch (a.type) {
       case aktion::SHOW: {
         late = alleg_get_timer() - due;
@@ -261,6 +262,7 @@ int stimuli::run(long start) {
         if (shown != 0) return -1;
         tr.done_us = alleg_get_utimer();
         tr.voice_us = wav_voice_started();
+        if (display_last_frame() != frame_before) tr.frame = display_last_frame();
         slot& sl = s->kritisch > 0 ? kritisch_ : s->kritisch == 0 ? fang_ : nicht_kr_;
         // Presses still held belong to the stimuli shown before.
         if (sl.pending || n_held_ > 0) {
@@ -283,6 +285,7 @@ int stimuli::run(long start) {
       default:
         r = s->hide();
         tr.done_us = alleg_get_utimer();
+        if (display_last_frame() != frame_before) tr.frame = display_last_frame();
         break;
     }
     timing_add(tr);

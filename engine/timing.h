@@ -22,6 +22,8 @@ struct timing_record {
                             // (test clock); 0 for anything else
   uint64_t onset_us;        // for a show: the onset its reaction times count
                             // from (test clock), filled in once known
+  unsigned frame;           // the frame the action presented (0: none); what
+                            // the X server told of it is written out with it
 };
 
 // Starts the file named by option "timing" when given (its header line); a

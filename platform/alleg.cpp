@@ -157,6 +157,7 @@ int alleg_gfx(int depth, int width, int height, int min_width, int min_height, i
     alleg_message("Could not set screen rate to %d Hz (result: %d Hz)", rate, measured);
   }
   alleg_refresh_rate(measured > 0 ? measured : 60);
+  display_present_init();
 
   backup_ = create_bitmap(work_w, work_h);
   if (backup_) clear(backup_);
@@ -220,6 +221,7 @@ void alleg_exit() {
   alleg_normal();
   if (central_) destroy_bitmap(central_);
   central_ = nullptr;
+  display_present_exit();
   set_gfx_mode(GFX_TEXT, 0, 0, 0, 0);
   if (backup_) destroy_bitmap(backup_);
   backup_ = nullptr;

@@ -1,5 +1,6 @@
 #include "platform/display.h"
 
+#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/extensions/Xrandr.h>
 #include <X11/extensions/XTest.h>
@@ -13,10 +14,13 @@
 #include <allegro.h>
 #include <allegro/platform/aintunix.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <mutex>
 
 #include "platform/timer.h"
+#include "services/config.h"
 #include "services/log.h"
 
 // Exported by Allegro's X11 driver: XSync on its own connection, under its
@@ -24,6 +28,21 @@
 extern "C" void _xwin_flush_buffers(void);
 extern "C" char _xwin[];
 extern "C" void (*_xwin_input_handler)(void);
+// Called by the driver with each part of the screen it has converted into
+// its image, to bring that part to the window.
+extern "C" void (*_xwin_window_redrawer)(int, int, int, int);
+
+// The leading members of the driver's state, the same in every build of it.
+struct xwin_head {
+  Display* display;
+  volatile int lock_count;
+  int screen;
+  Window window;
+  GC gc;
+  Visual* visual;
+  Colormap colormap;
+  XImage* ximage;
+};
 
 namespace {
 Display* dpy_ = nullptr;
@@ -39,9 +58,47 @@ int drm_fd_ = -1;
 unsigned long long phase_us_ = 0;
 bool phase_set_ = false;
 
+// Presentation: the driver's image goes to the canvas on our connection.
+std::mutex present_lock_;
+void (*driver_redrawer_)(int, int, int, int) = nullptr;
+GC canvas_gc_ = nullptr;
+bool dirty_ = false;
+unsigned last_frame_ = 0;
+bool composited_ = false;
+
 bool allegro_on_x() { return system_driver && system_driver->id == SYSTEM_XWINDOWS; }
 
 Display* allegro_display() { return *reinterpret_cast<Display**>(_xwin); }
+const xwin_head& allegro_state() { return *reinterpret_cast<const xwin_head*>(_xwin); }
+
+void canvas_redraw(int x, int y, int w, int h) {
+  XImage* img = allegro_state().ximage;
+  std::lock_guard<std::mutex> hold(present_lock_);
+  if (!img || !canvas_gc_) return;
+  if (x < 0) w += x, x = 0;
+  if (y < 0) h += y, y = 0;
+  if (w > img->width - x) w = img->width - x;
+  if (h > img->height - y) h = img->height - y;
+  if (w <= 0 || h <= 0) return;
+  XPutImage(dpy_, present_canvas(), canvas_gc_, img, x, y, x, y, static_cast<unsigned>(w), static_cast<unsigned>(h));
+  present_drawn(x, y, w, h);
+  dirty_ = true;
+}
+
+bool cm_selection_owned(Display* d) {
+  char name[32];
+  snprintf(name, sizeof name, "_NET_WM_CM_S%d", DefaultScreen(d));
+  return XGetSelectionOwner(d, XInternAtom(d, name, False)) != None;
+}
+
+unsigned present_locked(unsigned long long msc, int tag) {
+  const unsigned f = present_frame(msc, tag);
+  if (f) {
+    last_frame_ = f;
+    dirty_ = false;
+  }
+  return f;
+}
 
 // Allegro's input pass, run under its X lock. Only the thread that took the
 // input over reads events; Allegro's background thread, which would take
@@ -87,6 +144,7 @@ int display_init() {
 }
 
 void display_exit() {
+  display_present_exit();
   if (dpy_) XCloseDisplay(dpy_);
   dpy_ = nullptr;
   if (drm_fd_ >= 0) close(drm_fd_);
@@ -94,8 +152,144 @@ void display_exit() {
 }
 
 void display_flush() {
+  if (present_on()) {
+    std::lock_guard<std::mutex> hold(present_lock_);
+    if (dirty_) present_locked(0, 0);
+    return;
+  }
   if (allegro_on_x()) _xwin_flush_buffers();
 }
+
+void display_present_init() {
+  if (!allegro_on_x() || !dpy_ || present_on()) return;
+  const Window w = allegro_state().window;
+  XWindowAttributes wa;
+  if (!w || !XGetWindowAttributes(dpy_, w, &wa)) return;
+  composited_ = cm_selection_owned(dpy_);
+  // Compositors leave a full-screen window that asks for it alone.
+  const long bypass = 1;
+  XChangeProperty(dpy_, w, XInternAtom(dpy_, "_NET_WM_BYPASS_COMPOSITOR", False), XA_CARDINAL, 32, PropModeReplace,
+                  reinterpret_cast<const unsigned char*>(&bypass), 1);
+  XSync(dpy_, False);
+  std::unique_lock<std::mutex> hold(present_lock_);
+  // Presentation is opt-in (IXMOD_PRESENT=1) until drawing that no stimulus
+  // hands over (a page erased between blocks) is sure to reach the window.
+  const char* opt = getenv("IXMOD_PRESENT");
+  if (opt && strcmp(opt, "1") == 0 && present_init(dpy_, w, composited_)) {
+    XGCValues v;
+    v.graphics_exposures = False;
+    canvas_gc_ = XCreateGC(dpy_, present_canvas(), GCGraphicsExposures, &v);
+    driver_redrawer_ = _xwin_window_redrawer;
+    hold.unlock();
+    _xwin_window_redrawer = canvas_redraw;
+    // The canvas starts as the screen is now.
+    XImage* img = allegro_state().ximage;
+    if (img) canvas_redraw(0, 0, img->width, img->height);
+    display_flush();
+    alleg_message("onset: X Present completion");
+    alleg_message("present: frames handed over %ld ms before their vertical blank", display_onset_delay());
+    return;
+  }
+  hold.unlock();
+  const bool set = config_osversion_set();
+  char text[160];
+  if (set)
+    snprintf(text, sizeof text, "onset: end of drawing plus %ld ms (os-version %.2f)", display_onset_delay(),
+             config_osversion());
+  else
+    snprintf(text, sizeof text, "onset: end of drawing plus %ld ms (%s)", display_onset_delay(),
+             composited_ ? "compositing manager" : "no compositing manager");
+  alleg_message(text);
+}
+
+void display_present_exit() {
+  if (driver_redrawer_) _xwin_window_redrawer = driver_redrawer_;
+  driver_redrawer_ = nullptr;
+  std::lock_guard<std::mutex> hold(present_lock_);
+  if (canvas_gc_) XFreeGC(dpy_, canvas_gc_);
+  canvas_gc_ = nullptr;
+  present_exit();
+  dirty_ = false;
+}
+
+bool display_presents() { return present_on(); }
+
+unsigned display_present(unsigned long long due_us, int tag) {
+  if (!present_on()) {
+    display_flush();
+    return 0;
+  }
+  std::lock_guard<std::mutex> hold(present_lock_);
+  const unsigned long long msc = due_us ? present_msc_at(alleg_system_us_at(due_us)) : 0;
+  return present_locked(msc, tag);
+}
+
+unsigned display_present_after(unsigned base, long frames, int tag) {
+  if (!present_on()) {
+    display_flush();
+    return 0;
+  }
+  std::lock_guard<std::mutex> hold(present_lock_);
+  present_done d;
+  if (present_result(base, d) < 0) return present_locked(0, tag);
+  const unsigned long long from = d.msc ? d.msc : d.target_msc;
+  if (!from) return present_locked(0, tag);
+  return present_locked(from + static_cast<unsigned long long>(frames < 1 ? 1 : frames), tag);
+}
+
+unsigned display_last_frame() { return last_frame_; }
+
+int display_onset(unsigned frame, unsigned long long& us) {
+  if (!present_on() || !frame) return -1;
+  std::lock_guard<std::mutex> hold(present_lock_);
+  present_done d;
+  const int r = present_result(frame, d);
+  if (r == 1) us = alleg_utimer_at(d.ust);
+  return r;
+}
+
+bool display_frame_told(unsigned frame, present_done& d) {
+  if (!present_on() || !frame) return false;
+  std::lock_guard<std::mutex> hold(present_lock_);
+  return present_result(frame, d) == 1;
+}
+
+unsigned long long display_frame_msc(unsigned frame) {
+  if (!present_on() || !frame) return 0;
+  std::lock_guard<std::mutex> hold(present_lock_);
+  present_done d;
+  if (present_result(frame, d) < 0) return 0;
+  return d.msc ? d.msc : d.target_msc;
+}
+
+unsigned long long display_msc_time(unsigned long long msc) {
+  if (!present_on()) return 0;
+  return alleg_utimer_at(present_ust_of(msc));
+}
+
+unsigned display_present_msc(unsigned long long msc, int tag) {
+  if (!present_on()) {
+    display_flush();
+    return 0;
+  }
+  std::lock_guard<std::mutex> hold(present_lock_);
+  return present_locked(msc, tag);
+}
+
+long display_onset_delay(bool version_set, double version, bool composited, double frame_ms) {
+  const bool two_frames = version_set ? version > 6.11 : composited;
+  return two_frames ? static_cast<long>(2 * frame_ms) : 1;
+}
+
+long display_onset_delay() {
+  // A presented picture is drawn as long before its onset as the server
+  // needs the frame ahead of its vertical blank.
+  if (present_on()) return std::max(1L, static_cast<long>(std::ceil(present_lead_us() / 1000)));
+  const bool set = config_osversion_set();
+  return display_onset_delay(set, set ? config_osversion() : 0, composited_, alleg_refresh_time());
+}
+
+bool display_composited() { return composited_; }
 
 // Taking input in through Allegro costs a round trip to the X server under
 // Allegro's lock, which may block for milliseconds when the server or
@@ -108,6 +302,12 @@ void display_poll_input() {
   // Events may also wait in Xlib's queue, read there by an earlier flush.
   pollfd p{ConnectionNumber(d), POLLIN, 0};
   if (XEventsQueued(d, QueuedAlready) > 0 || poll(&p, 1, 0) > 0) _xwin_handle_input();
+  if (present_on()) {
+    // Drawing not handed over by its drawer reaches the window now.
+    std::lock_guard<std::mutex> hold(present_lock_);
+    if (dirty_) present_locked(0, 0);
+    else present_poll();
+  }
 }
 
 void display_take_input() {
@@ -136,9 +336,14 @@ int display_refresh_rate() {
 
 void display_vsync() {
   if (!*vsync_source_) {
-    vsync_source_ = drm_open() ? "drm" : "simulated";
-    if (drm_fd_ >= 0) alleg_message("retrace: vertical blank from DRM");
+    vsync_source_ = present_on() ? "present" : drm_open() ? "drm" : "simulated";
+    if (present_on()) alleg_message("retrace: next MSC through X Present");
+    else if (drm_fd_ >= 0) alleg_message("retrace: vertical blank from DRM");
     else alleg_message("retrace: simulated at %d Hz", alleg_refresh_rate());
+  }
+  if (present_on()) {
+    std::lock_guard<std::mutex> hold(present_lock_);
+    if (present_wait_next() == 0) return;
   }
   if (drm_fd_ >= 0) {
     drmVBlank vb;

@@ -6,7 +6,7 @@ pkgs=(
   build-essential cmake pkg-config
   liballegro4-dev libfreetype-dev libfontconfig-dev fonts-liberation
   libx11-dev libxext-dev libxtst-dev libxrandr-dev libdrm-dev
-  libxcb-present-dev libx11-xcb-dev libasound2-dev
+  libxcb-present-dev libxcb-xfixes0-dev libx11-xcb-dev libasound2-dev
   libgtest-dev libgmock-dev
   libieee1284-3-dev libserialport-dev
   libemf2svg-dev librsvg2-dev libemf-dev

@@ -118,4 +118,6 @@ double config_osversion() {
   return osversion_;
 }
 
+bool config_osversion_set() { return argument_value("os-version") || file_value("os-version"); }
+
 const char* config_userpath() { return ""; }

@@ -13,4 +13,6 @@ unsigned short config_hex(const char* key, unsigned short def);
 double config_double(const char* key, double def);
 
 double config_osversion();
+// Whether "os-version" is given (option or override file), not taken from the kernel.
+bool config_osversion_set();
 const char* config_userpath();

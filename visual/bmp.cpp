@@ -146,12 +146,9 @@ int bmp::set(const char* attr) {
 
 long bmp::pstime() const { return 70; }
 
-long bmp::showtime() const {
-  if (synced() && config_osversion() > 6.11) return static_cast<long>(2 * alleg_refresh_time());
-  return 1;
-}
+long bmp::showtime() const { return synced() ? display_onset_delay() : 1; }
 
-long bmp::hidetime() const { return 6; }
+long bmp::hidetime() const { return shown_frames::hidetime(6, t1, showtime()); }
 
 int bmp::prepare() {
   bitmap = nullptr;
@@ -221,7 +218,7 @@ int bmp::show() {
   if (bitmap) {
     BITMAP* scr = getscreen();
     if (!scr) return -1;
-    if (synced()) display_vsync();
+    shown_frames::before_show(synced());
     if (!masked()) {
       blit(bitmap, scr, 0, 0, x, y, bitmap->w, bitmap->h);
     } else if (backbuffer) {
@@ -230,7 +227,7 @@ int bmp::show() {
       alleg_error("masked_blit: mask not initialized");
       return -1;
     }
-    display_flush();
+    frames_.show(synced(), showtime(), static_cast<int>(nummer));
   }
   return stim::show();
 }
@@ -251,10 +248,12 @@ int bmp::hide() {
       if (background) blit(background, scr, 0, 0, x, y, background->w, background->h);
       if (onebg && shared_bg_) blit(shared_bg_, scr, 0, 0, x, y, shared_bg_->w, shared_bg_->h);
     }
-    display_flush();
+    frames_.hide(t1, static_cast<int>(nummer));
   }
   return stim::hide();
 }
+
+int bmp::onset_us(unsigned long long& us) const { return bitmap ? frames_.onset_us(us) : -1; }
 
 int bmp::clearscreen() {
   if (!bitmap) return 0;

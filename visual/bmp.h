@@ -3,6 +3,7 @@
 // and erased at offset. All loading, composing and saving of the screen
 // area happens before onset; show() is one blit after the retrace.
 #pragma once
+#include "visual/frames.h"
 #include <allegro.h>
 
 #include "engine/stim.h"
@@ -24,6 +25,7 @@ class bmp : public stim {
   int preshow() override;
   int show() override;
   int hide() override;
+  int onset_us(unsigned long long& us) const override;
   // Destroys what cleanup() left; a class that borrows bitmap clears it first.
   ~bmp() override;
 
@@ -51,6 +53,9 @@ class bmp : public stim {
   int bg_g = -1;
   int bg_b = -1;
   unsigned char onebg = 0;  // save into the one shared background
+
+ protected:
+  shown_frames frames_;
 };
 
 stim* _bmp(const char* line);

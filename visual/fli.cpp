@@ -235,7 +235,8 @@ int fli::set(const char* attr) {
   return stim::set(attr);
 }
 
-long fli::showtime() const { return 10; }
+long fli::showtime() const { return shown_frames::showtime(10); }
+long fli::hidetime() const { return shown_frames::hidetime(0, t1, showtime()); }
 
 int fli::prepare() {
   // The film of the file name is its own; one a subclass put there (from
@@ -278,7 +279,7 @@ void fli::fixation(BITMAP* scr, bool blinking) const {
 
 int fli::show() {
   current = 0;
-  display_vsync();
+  shown_frames::before_show(true);
   t_start = t_frame = alleg_get_timer();
   BITMAP* scr = getscreen();
   BITMAP* frame = film && film->anzahl() > 0 ? film->bild(0) : nullptr;
@@ -286,20 +287,44 @@ int fli::show() {
   bmp_set_palette(film->palette(0));
   blit(frame, scr, 0, 0, x, y, film->width(), film->height());
   if (fix) fixation(scr, false);
-  display_flush();
+  frames_.show(true, showtime(), static_cast<int>(nummer));
+  start_msc_ = covered_msc_ = display_frame_msc(frames_.on);
+  end_msc_ = 0;
   return stim::show();
 }
 
+int fli::onset_us(unsigned long long& us) const { return frames_.onset_us(us); }
+
 int fli::reshow() {
   if (!film) return -1;
-  const long now = alleg_get_timer();
-  if (now - t_frame < alleg_refresh_time() - 3.0) return 0;
-  display_vsync();
-  t_frame = alleg_get_timer();
-  int frame = static_cast<int>(std::round((t_frame - t_start) / (1000.0 / film->freq())) + 0.1);
+  double elapsed_ms;
+  unsigned long long msc = 0;
+  if (frames_.on) {
+    // The frame for the vertical blank after the last one covered, drawn
+    // 3 ms before that blank comes; the film counts from the blank its
+    // first frame reached.
+    if (const unsigned long long first = display_frame_msc(frames_.on)) {
+      if (!start_msc_) covered_msc_ = first;
+      start_msc_ = first;
+    }
+    if (!start_msc_) return 0;
+    msc = covered_msc_ + 1;
+    if (alleg_get_utimer() + 3000 < display_msc_time(msc)) return 0;
+    covered_msc_ = msc;
+    t_frame = alleg_get_timer();
+    elapsed_ms = static_cast<double>(msc - start_msc_) * alleg_refresh_time();
+  } else {
+    const long now = alleg_get_timer();
+    if (now - t_frame < alleg_refresh_time() - 3.0) return 0;
+    display_vsync();
+    t_frame = alleg_get_timer();
+    elapsed_ms = static_cast<double>(t_frame - t_start);
+  }
+  int frame = static_cast<int>(std::round(elapsed_ms / (1000.0 / film->freq())) + 0.1);
   if (frame == current) return 0;
   const bool blinking = blink != 0 && frame >= blink && frame <= blink + 2;
   if (frame >= film->anzahl()) {
+    end_msc_ = msc;
     if (repeat == 0) return hide();
     if (repeat > 0) --repeat;
     frame = 0;
@@ -318,7 +343,8 @@ int fli::reshow() {
   bmp_set_palette(film->palette(frame));
   blit(pic, scr, 0, 0, x, y, film->width(), film->height());
   if (fix) fixation(scr, blinking);
-  display_flush();
+  if (msc) display_present_msc(msc, static_cast<int>(nummer));
+  else display_flush();
   return 0;
 }
 
@@ -327,8 +353,11 @@ int fli::hide() {
   if (scr && film && film->anzahl() > 0) {
     rectfill(scr, x, y, x + film->width(), y + film->height(), makecol_depth(bitmap_color_depth(scr), 0, 0, 0));
     if (fix) fixation(scr, false);
-    display_flush();
+    // A film that ran out goes at the blank its next frame would have had.
+    if (end_msc_) display_present_msc(end_msc_, static_cast<int>(nummer));
+    else frames_.hide(t1, static_cast<int>(nummer));
   }
+  end_msc_ = 0;
   return stim::hide();
 }
 

@@ -7,6 +7,7 @@
 #include <allegro.h>
 
 #include "engine/stim.h"
+#include "visual/frames.h"
 
 // One loaded film.
 class flistruct {
@@ -52,11 +53,13 @@ class fli : public stim {
 
   int set(const char* attr) override;
   long showtime() const override;
+  long hidetime() const override;
   int prepare() override;
   int cleanup() override;
   int show() override;
   int hide() override;
   int idle() override;
+  int onset_us(unsigned long long& us) const override;
   ~fli() override;
   // At a retrace while shown: puts up the frame the elapsed time calls for.
   // Returns at once while the next retrace is more than 3 ms away.
@@ -78,8 +81,12 @@ class fli : public stim {
 
  private:
   bool owns_film_ = false;
+  // Where frames are presented: the vertical blank of the onset, the last
+  // one a frame was chosen for, and the one the film ended at.
+  unsigned long long start_msc_ = 0, covered_msc_ = 0, end_msc_ = 0;
 
  protected:
+  shown_frames frames_;
   // The 5 x 5 fixation mark at the film's centre: white with a black
   // border, or all black when blinking.
   void fixation(BITMAP* scr, bool blinking) const;

@@ -258,10 +258,10 @@ int shape::show() {
   if (bitmap) {
     BITMAP* scr = getscreen();
     if (!scr) return -1;
-    display_vsync();
+    shown_frames::before_show(true);
     blit(bitmap, scr, 0, 0, truncated((scr->w - bitmap->w) * 0.5), truncated((scr->h - bitmap->h) * 0.5), bitmap->w,
          bitmap->h);
-    display_flush();
+    frames_.show(true, showtime(), static_cast<int>(nummer));
   }
   return stim::show();
 }
@@ -274,9 +274,14 @@ int shape::hide() {
     rectfill(scr, x, y, x + bitmap->w, y + bitmap->h, background_colour(scr));
     destroy_bitmap(bitmap);
     bitmap = nullptr;
-    display_flush();
+    frames_.hide(t1, static_cast<int>(nummer));
   }
   return stim::hide();
 }
+
+long shape::showtime() const { return shown_frames::showtime(0); }
+long shape::hidetime() const { return shown_frames::hidetime(0, t1, showtime()); }
+
+int shape::onset_us(unsigned long long& us) const { return frames_.onset_us(us); }
 
 stim* _shape(const char* attributes) { return stim_make<shape>(attributes); }

@@ -7,6 +7,7 @@
 #include <allegro.h>
 
 #include "engine/stim.h"
+#include "visual/frames.h"
 
 class shape : public stim {
  public:
@@ -19,6 +20,9 @@ class shape : public stim {
   int preshow() override;
   int show() override;
   int hide() override;
+  long showtime() const override;
+  long hidetime() const override;
+  int onset_us(unsigned long long& us) const override;
   ~shape() override;
 
   unsigned char form = 0;    // figure number, 0..6
@@ -26,6 +30,9 @@ class shape : public stim {
   float radius = 0.05f;      // size as a fraction of the drawing area
   unsigned char filled = 0;  // 0 outline, 1 cross-hatched, else solid
   BITMAP* bitmap = nullptr;  // the drawn figure, from preshow() to hide()
+
+ private:
+  shown_frames frames_;
 };
 
 stim* _shape(const char* attributes);

@@ -153,11 +153,12 @@ int vbmp::set(const char* attr) {
 long vbmp::pstime() const { return 50; }
 
 long vbmp::showtime() const {
-  if (synced() && config_osversion() > 6.11) return 2L * alleg_refresh_rate();
+  if (display_presents()) return shown_frames::showtime(1);
+  if (synced() && display_onset_delay() > 1) return 2L * alleg_refresh_rate();
   return 1;
 }
 
-long vbmp::hidetime() const { return 6; }
+long vbmp::hidetime() const { return shown_frames::hidetime(6, t1, showtime()); }
 
 int vbmp::prepare() {
   stim::prepare();
@@ -170,9 +171,9 @@ int vbmp::show() {
   if (!b || !scr) return -1;
   const int x = bmp_place(scr->w - b->w, relx);
   const int y = bmp_place(scr->h - b->h, rely);
-  if (synced()) display_vsync();
+  shown_frames::before_show(synced());
   blit(b, scr, 0, 0, x, y, b->w, b->h);
-  display_flush();
+  frames_.show(synced(), showtime(), static_cast<int>(nummer));
   return stim::show();
 }
 
@@ -183,9 +184,11 @@ int vbmp::hide() {
   const int x = bmp_place(scr->w - b->w, relx);
   const int y = bmp_place(scr->h - b->h, rely);
   rectfill(scr, x, y, x + b->w, y + b->h, 0);
-  display_flush();
+  frames_.hide(t1, static_cast<int>(nummer));
   return stim::hide();
 }
+
+int vbmp::onset_us(unsigned long long& us) const { return frames_.onset_us(us); }
 
 int vbmp::speichern() const {
   if (nummer == 0) return 0;

@@ -7,6 +7,7 @@
 #include <allegro.h>
 
 #include "engine/stim.h"
+#include "visual/frames.h"
 
 int vbmp_init();
 int vbmp_init(int n, char** names);
@@ -29,6 +30,7 @@ class vbmp : public stim {
   int prepare() override;
   int show() override;
   int hide() override;
+  int onset_us(unsigned long long& us) const override;
   int speichern() const override;
   ~vbmp() override;
   virtual int masked() const;
@@ -40,6 +42,9 @@ class vbmp : public stim {
   long t_show = 0;
   long t_hide = 0;
   long t_end = 0;
+
+ private:
+  shown_frames frames_;
 };
 
 stim* _vbmp(const char* line);

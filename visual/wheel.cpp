@@ -105,7 +105,6 @@ int cwheel::draw() {
   blit(face, shown_, 0, 0, 0, 0, face->w, face->h);
   clock_dot(shown_, marker, richtung < 0 ? -1 : 1);
   blit(shown_, scr, 0, 0, x, y, shown_->w, shown_->h);
-  display_flush();
   dirty = 0;
   return 0;
 }
@@ -115,10 +114,11 @@ int cwheel::show() {
   tastatur_arrows();  // presses before onset do not count
   buttons = tastatur_buttons();
   mouse_known = tastatur_mouse(mouse_x, mouse_y);
-  display_vsync();
+  shown_frames::before_show(true);
   t_start = t_frame = alleg_get_timer();
   if (film) bmp_set_palette(film->palette(0));
   if (draw() != 0) return -1;
+  frames_.show(true, showtime(), static_cast<int>(nummer));
   const int r = stim::show();
   onset = alleg_get_timer() + showtime();
   return r;
@@ -141,6 +141,9 @@ int cwheel::reshow() {
       mouse_known = 1;
     }
     const int b = tastatur_buttons();
+    // The onset the display told, once it has.
+    unsigned long long us;
+    if (frames_.onset_us(us) == 1) onset = static_cast<long>(us / 1000);
     if ((b & 1) && !(buttons & 1) && reaktion == 0) {
       reaktion = kritisch > 0 ? kritisch : 1;
       reakzeit = alleg_get_timer() - onset;
@@ -157,7 +160,9 @@ int cwheel::reshow() {
   if (!dirty || alleg_get_timer() - t_frame < alleg_refresh_time() - 3.0) return 0;
   display_vsync();
   t_frame = alleg_get_timer();
-  return draw();
+  const int r = draw();
+  display_flush();
+  return r;
 }
 
 stim* _wheel(const char* line) { return stim_make<cwheel>(line); }
