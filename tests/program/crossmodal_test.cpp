@@ -142,11 +142,4 @@ TEST_F(Crossmodal, XOnTheInstructionPageEndsTheRun) {
   EXPECT_FALSE(dir.exists("results.txt"));
 }
 
-TEST_F(Crossmodal, AMissingInstructionPageIsReported) {
-  dir.write("t.lst", "0\n");
-  const harness::Run r = run(args_de());
-  EXPECT_EQ(r.status, 255);
-  EXPECT_TRUE(contains(log, "anwde.bmp")) << log;  // the localised name
-}
-
 }  // namespace
