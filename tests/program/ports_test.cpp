@@ -108,8 +108,9 @@ TEST_F(Ports, EveryOnsetGivesOneTriggerPulseOfThreeMilliseconds) {
 
 TEST_F(Ports, ASerialTriggerInterfaceGetsOneCodeByteAndTheRestLevelPerOnset) {
   dir.write("t.s", kCrossmodal);
-  for (const bool invert : {true, false}) {
-    SCOPED_TRACE(invert ? "inverted" : "not inverted");
+  // Inverted; the plain byte values of both settings: unit TrigOut serial test.
+  {
+    const bool invert = true;
     trigger_box box;
     ASSERT_TRUE(box.ok());
     std::vector<std::string> a = args();

@@ -73,18 +73,6 @@ TEST_F(Program, StartUpFailuresEndWith255AndTheirMessage) {
   }
 }
 
-TEST_F(Program, UnknownTypeWordGoesToTheDefaultStimulus) {
-  dir.write("t.s",
-            "arrow nummer=1 t0=10 t1=10\n"
-            "pause\n"
-            "null nummer=2 t0=20 t1=10\n");
-  const harness::Run r = run(args());
-  EXPECT_EQ(r.status, 0) << log;
-  // "pause" without a blank is offered whole to the default stimulus.
-  EXPECT_TRUE(contains(log, "error: ")) << log;
-  EXPECT_TRUE(contains(log, "pause\n: Invalid argument")) << log;
-}
-
 TEST_F(Program, EmptyStimulusFileWarnsAndSucceeds) {
   dir.write("t.s", "\nnull nummer=1 t0=10 t1=10\n");
   const harness::Run r = run(args());
@@ -94,7 +82,9 @@ TEST_F(Program, EmptyStimulusFileWarnsAndSucceeds) {
 }
 
 TEST_F(Program, ConfigurationAndFileListRedirectFiles) {
-  dir.write("real.s", "null nummer=1 t0=10 t1=10\n");
+  // An unknown type word, and "pause" without a blank offered whole to the
+  // default stimulus: errors, and the run goes on.
+  dir.write("real.s", "arrow nummer=1 t0=10 t1=10\npause\nnull nummer=2 t0=20 t1=10\n");
   dir.write("t.lst", "2\nt.s\nreal.s\nt.log\nmapped.log\n");
   dir.write("t.cfg", "screen-rate = abc\n");
   const harness::Run r = run(args());
@@ -103,6 +93,7 @@ TEST_F(Program, ConfigurationAndFileListRedirectFiles) {
   const std::string mapped = dir.read("mapped.log");
   EXPECT_TRUE(contains(mapped, "Cannot parse screen-rate: Using the default 60")) << mapped;
   EXPECT_FALSE(contains(mapped, "empty stimulus file")) << mapped;
+  EXPECT_TRUE(contains(mapped, "error: ") && contains(mapped, "pause\n: Invalid argument")) << mapped;
 }
 
 TEST_F(Program, DefaultFileNamesComeFromTheProgramPath) {
