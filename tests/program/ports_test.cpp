@@ -30,18 +30,9 @@ struct Show { unsigned nummer; std::string type; long long took_us, start_us; };
 // The show actions of the trace; with `triggered`, those of trials that carry a trigger (not trial 3).
 std::vector<Show> shows(const std::string& tsv, bool triggered = false) {
   std::vector<Show> out;
-  std::istringstream s(tsv);
-  for (std::string l; std::getline(s, l);) {
-    int block;
-    unsigned nummer;
-    char type[100], action[20], retrace[20];
-    unsigned long long due, actual, done, system;
-    long long late;
-    if (sscanf(l.c_str(), "%d\t%u\t%99s\t%19s\t%llu\t%llu\t%lld\t%llu\t%19s\t%llu", &block, &nummer, type, action, &due,
-               &actual, &late, &done, retrace, &system) == 10 &&
-        std::string(action) == "show" && !(triggered && nummer == 3))
-      out.push_back({nummer, type, static_cast<long long>(done - actual), static_cast<long long>(system)});
-  }
+  for (const auto& c : timing_shows(tsv))
+    if (!(triggered && c[1] == "3"))
+      out.push_back({static_cast<unsigned>(std::stoul(c[1])), c[2], std::stoll(c[7]) - std::stoll(c[5]), std::stoll(c[9])});
   return out;
 }
 bool glob_none(const char* pattern) {

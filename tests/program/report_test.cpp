@@ -24,10 +24,7 @@ class Report : public ProgramTest {
               0u)
         << line;
     while (std::getline(s, line)) {
-      std::vector<std::string> cells(1);
-      for (char c : line)
-        if (c == '\t') cells.emplace_back();
-        else cells.back() += c;
+      const std::vector<std::string> cells = ::cells(line);
       EXPECT_EQ(cells.size(), 12u) << line;
       if (cells.size() < 12) continue;
       std::string counts;
