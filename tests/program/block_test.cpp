@@ -100,27 +100,6 @@ TEST_F(Block, PauseAndContinueEliminatesTheTrialAndRestoresTheScreen) {
   EXPECT_EQ(o.at(2).reaktion, 0);
 }
 
-TEST_F(Block, PauseAndExitSavesTheBlockAndEndsWith255) {
-  dir.write("t.s",
-            "null nummer=1 t0=1000 t1=100 kritisch=1\n"
-            "null nummer=2 t0=2000 t1=100 kritisch=1\n"
-            "null nummer=3 t0=5000 t1=100 kritisch=1\n"
-            "\n"
-            "null nummer=4 t0=100 t1=100 kritisch=1\n");
-  const harness::Started p = start_block();
-  press_at(1500, "1");
-  press_at(2400, "2");
-  press_at(2700, "s");
-  press_at(3000, "x");
-  const harness::Run r = finish(p);
-  EXPECT_EQ(r.status, 255) << log;
-  EXPECT_TRUE(contains(log, "exit (x pressed)"));
-  const std::map<int, Outcome> o = outcomes(results);
-  EXPECT_EQ(o.count(1), 1u) << results;  // answered before the exit: saved
-  EXPECT_EQ(o.count(3), 0u) << results;  // never shown: not saved
-  EXPECT_EQ(o.count(4), 0u) << results;  // later blocks do not run
-}
-
 TEST_F(Block, SmallScreenIsUsedWhole) {
   dir.write("t.s", "null nummer=1 t0=500 t1=100 kritisch=1\nnull nummer=2 t0=1500 t1=100 kritisch=1\n");
   const harness::Started p = start_block("screen-width = 800\nscreen-height = 600\n");

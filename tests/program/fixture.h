@@ -8,6 +8,25 @@
 
 #include "harness.h"
 
+// The cells of a tab-separated line.
+inline std::vector<std::string> cells(const std::string& line) {
+  std::vector<std::string> out(1);
+  for (char c : line)
+    if (c == '\t') out.emplace_back();
+    else out.back() += c;
+  return out;
+}
+
+// The show actions of a timing trace, each as its cells (block, trial,
+// type, action, due, actual, late, done, retrace, system, ...).
+inline std::vector<std::vector<std::string>> timing_shows(const std::string& tsv) {
+  std::vector<std::vector<std::string>> out;
+  std::istringstream s(tsv);
+  for (std::string l; std::getline(s, l);)
+    if (cells(l).size() >= 10 && cells(l)[3] == "show") out.push_back(cells(l));
+  return out;
+}
+
 class ProgramTest : public ::testing::Test {
  protected:
   void SetUp() override {

@@ -93,10 +93,6 @@ void Dir::write(const std::string& name, const std::string& text) const {
 std::string Dir::read(const std::string& name) const { return slurp(file(name)); }
 bool Dir::exists(const std::string& name) const { return access(file(name).c_str(), F_OK) == 0; }
 
-Run run(const Dir& dir, const std::vector<std::string>& args, int timeout_s, const std::vector<std::string>& env) {
-  return finish(start(dir, args, env), timeout_s);
-}
-
 Started start(const Dir& dir, const std::vector<std::string>& args, const std::vector<std::string>& env,
               const char* argv0) {
   const std::string disp = display();

@@ -31,12 +31,9 @@ class Dir {
   std::string path_;
 };
 
-// Runs the program with args in dir (its working directory). env entries
-// "NAME=value" are added; "DISPLAY=" unsets the display.
-Run run(const Dir& dir, const std::vector<std::string>& args, int timeout_s = 30,
-        const std::vector<std::string>& env = {});
-
-// The same in two steps, for a test that acts while the program runs.
+// Starts the program with args in dir (its working directory); finish()
+// waits for it. env entries "NAME=value" are added; "DISPLAY=" unsets the
+// display.
 struct Started {
   int pid;
   std::string out_path, err_path;

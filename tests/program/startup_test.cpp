@@ -26,67 +26,51 @@ TEST_F(Program, RunsBlocksOfNullStimuliAndExitsWithZero) {
   EXPECT_TRUE(contains(log, "Using the default 16 for screen-depth"));
   EXPECT_TRUE(lines_with(log, "error:").empty()) << log;
   EXPECT_TRUE(lines_with(log, "too late").empty()) << log;
+  EXPECT_FALSE(contains(log, "report")) << "no report without the option";
   // Messages before the log file is open go to standard error.
   EXPECT_TRUE(contains(r.err, "files: unknown file: t.log")) << r.err;
 }
 
-TEST_F(Program, StartUpFailuresEndWith255) {
-  dir.write("t.s", "null nummer=1 t0=10 t1=10\n");
-  {
-    std::vector<std::string> a = args();
-    a[1] = "-lst=missing.lst";
-    const harness::Run r = run(a);
-    EXPECT_EQ(r.status, 255);
-    EXPECT_TRUE(contains(r.err, "error: 0: missing.lst: No such file or directory")) << r.err;
+TEST_F(Program, StartUpFailuresEndWith255AndTheirMessage) {
+  std::string big = "null nummer=1 t0=10 t1=10\n\n";
+  for (int i = 0; i < 3001; ++i) big += "null nummer=" + std::to_string(i + 1) + " t0=0\n";
+  const std::vector<std::string> a = args();
+  auto but = [&](size_t i, const std::string& w) {
+    std::vector<std::string> b = a;
+    return w.empty() ? (b.erase(b.begin() + i), b) : (b[i] = w, b);
+  };
+  struct {
+    std::vector<std::string> args;
+    std::vector<std::string> env;
+    const char *cfg, *stim;
+    bool on_err;  // the message goes to standard error, not the log
+    std::string message;
+  } cases[] = {
+      {but(1, "-lst=missing.lst"), {}, "", "", true, "error: 0: missing.lst: No such file or directory"},
+      {but(3, ""), {}, "", "", false, "No such file or directory"},  // no -dict: the default is not there
+      {but(3, "-dict=missing.dict"), {}, "", "", false, "missing.dict: No such file or directory"},
+      {args("missing.s"), {}, "", "", false, "missing.s: No such file or directory"},
+      {a, {"DISPLAY="}, "", "", false, "allegro_init"},
+      {a, {}, "screen-depth = 8\n", "", false, "Minimum screen depth: 15 bpp. Please adjust in Options/Screen."},
+      {a, {}, "", big.c_str(), false, "stimuli/aanzahl: Cannot allocate memory"},
+      {[&] { auto b = a; b.push_back("-report=missing/rep"); return b; }(), {}, "", "", false,
+       "report: missing/rep: No such file or directory"},
+      // The instruction page by its localised name, not in the file list.
+      {[&] { auto b = a; b.push_back("-locale=de"); return b; }(), {}, "", "instr datei=anw.bmp\n", false, "anwde.bmp"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.message);
+    dir.write("t.cfg", c.cfg);
+    dir.write("t.s", *c.stim ? c.stim : "null nummer=1 t0=10 t1=10\n");
+    const harness::Run r = run(c.args, c.env);
+    EXPECT_EQ(r.status, 255) << r.err;
+    EXPECT_TRUE(contains(c.on_err ? r.err : log, c.message)) << r.err << log;
+    if (!c.on_err) {
+      EXPECT_EQ(lines_with(log, "error:").size(), 1u) << log;
+    }
+    EXPECT_FALSE(contains(log, "Sorry")) << log;
+    EXPECT_TRUE(results.empty() && !dir.exists("missing")) << results;
   }
-  {
-    std::vector<std::string> a = args();
-    a.erase(a.begin() + 3);  // no -dict
-    run(a);
-    EXPECT_TRUE(contains(log, "error:")) << log;
-    EXPECT_TRUE(contains(log, "No such file or directory")) << log;
-  }
-  {
-    std::vector<std::string> a = args();
-    a[3] = "-dict=missing.dict";
-    const harness::Run r = run(a);
-    EXPECT_EQ(r.status, 255);
-    EXPECT_TRUE(contains(log, "missing.dict: No such file or directory")) << log;
-  }
-  {
-    const harness::Run r = run(args("missing.s"));
-    EXPECT_EQ(r.status, 255);
-    EXPECT_TRUE(contains(log, "missing.s: No such file or directory")) << log;
-  }
-}
-
-TEST_F(Program, WithoutDisplayStartUpFailsWithItsMessage) {
-  dir.write("t.s", "null nummer=1 t0=10 t1=10\n");
-  const harness::Run r = run(args(), {"DISPLAY="});
-  EXPECT_EQ(r.status, 255);
-  EXPECT_EQ(lines_with(log, "error:").size(), 1u) << log;
-  EXPECT_TRUE(contains(log, "allegro_init")) << log;
-}
-
-TEST_F(Program, DepthBelow15IsRefused) {
-  dir.write("t.s", "null nummer=1 t0=10 t1=10\n");
-  dir.write("t.cfg", "screen-depth = 8\n");
-  const harness::Run r = run(args());
-  EXPECT_EQ(r.status, 255);
-  EXPECT_TRUE(contains(log, "error: ")) << log;
-  EXPECT_TRUE(contains(log, "Minimum screen depth: 15 bpp. Please adjust in Options/Screen.")) << log;
-}
-
-TEST_F(Program, UnknownTypeWordGoesToTheDefaultStimulus) {
-  dir.write("t.s",
-            "arrow nummer=1 t0=10 t1=10\n"
-            "pause\n"
-            "null nummer=2 t0=20 t1=10\n");
-  const harness::Run r = run(args());
-  EXPECT_EQ(r.status, 0) << log;
-  // "pause" without a blank is offered whole to the default stimulus.
-  EXPECT_TRUE(contains(log, "error: ")) << log;
-  EXPECT_TRUE(contains(log, "pause\n: Invalid argument")) << log;
 }
 
 TEST_F(Program, EmptyStimulusFileWarnsAndSucceeds) {
@@ -97,17 +81,10 @@ TEST_F(Program, EmptyStimulusFileWarnsAndSucceeds) {
   EXPECT_TRUE(contains(log, "empty stimulus file: t.s")) << log;
 }
 
-TEST_F(Program, OversizedBlockStopsBeforeItRuns) {
-  std::string text = "null nummer=1 t0=10 t1=10\n\n";
-  for (int i = 0; i < 3001; ++i) text += "null nummer=" + std::to_string(i + 1) + " t0=0\n";
-  dir.write("t.s", text);
-  const harness::Run r = run(args());
-  EXPECT_EQ(r.status, 255);
-  EXPECT_TRUE(contains(log, "stimuli/aanzahl: Cannot allocate memory")) << log;
-}
-
 TEST_F(Program, ConfigurationAndFileListRedirectFiles) {
-  dir.write("real.s", "null nummer=1 t0=10 t1=10\n");
+  // An unknown type word, and "pause" without a blank offered whole to the
+  // default stimulus: errors, and the run goes on.
+  dir.write("real.s", "arrow nummer=1 t0=10 t1=10\npause\nnull nummer=2 t0=20 t1=10\n");
   dir.write("t.lst", "2\nt.s\nreal.s\nt.log\nmapped.log\n");
   dir.write("t.cfg", "screen-rate = abc\n");
   const harness::Run r = run(args());
@@ -116,6 +93,7 @@ TEST_F(Program, ConfigurationAndFileListRedirectFiles) {
   const std::string mapped = dir.read("mapped.log");
   EXPECT_TRUE(contains(mapped, "Cannot parse screen-rate: Using the default 60")) << mapped;
   EXPECT_FALSE(contains(mapped, "empty stimulus file")) << mapped;
+  EXPECT_TRUE(contains(mapped, "error: ") && contains(mapped, "pause\n: Invalid argument")) << mapped;
 }
 
 TEST_F(Program, DefaultFileNamesComeFromTheProgramPath) {

@@ -20,7 +20,6 @@ TEST(Durable, ReplaceLeavesTheNewContentAndNoTemporaryFile) {
       {nullptr, "a\n", true, "a\n"},
       {"old\n", "new\n", false, "new\n"},
       {"old\n", "new\n", true, "old\nnew\n"},
-      {"old\n", "", true, "old\n"},
       {"old\n", "", false, ""},
   };
   for (const Case& c : cases) {
