@@ -4,6 +4,8 @@
 #
 #   pulse_start DIR RATE         0 when the server answers; it logs to DIR/pulse.log
 #   pulse_stop                   stops the server (also safe when none runs)
+#   sound_output DIR             the server, else an ALSA file device in DIR; says which
+#   on_display CMD...            runs CMD on the display there is, else on a private Xvfb
 pulse_pid=""
 # The server plays in real time on a machine that may be busy: where the
 # user may, it runs at a real-time priority, as a sound server does on a
@@ -51,4 +53,22 @@ pulse_stop() {
   kill -KILL "$pulse_pid" 2>/dev/null
   wait "$pulse_pid" 2>/dev/null
   pulse_pid=""
+}
+
+sound_output() {
+  if pulse_start "$1" 44100; then
+    echo "sound output: a private PulseAudio null sink (paced)"
+  else
+    printf 'pcm.!default { type file slave.pcm "null" file "%s/sound.raw" format "raw" }\n' "$1" >"$1/.asoundrc"
+    export HOME="$1"
+    echo "sound output: an ALSA file device (no sound server could be started; not paced)"
+  fi
+}
+
+on_display() {
+  if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1; then
+    "$@"
+  else
+    "$repo/scripts/xvfb-run.sh" "$@"
+  fi
 }

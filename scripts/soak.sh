@@ -14,23 +14,9 @@ work=$(mktemp -d)
 trap 'pulse_stop; rm -rf "$work"' EXIT
 trap 'exit 1' INT TERM
 
-on_display() {
-  if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1; then
-    "$@"
-  else
-    "$repo/scripts/xvfb-run.sh" "$@"
-  fi
-}
-
 started=$(date +%s)
 echo "ixmod soak, $(nproc) cores, $(uname -sr)"
-if pulse_start "$work" 44100; then
-  echo "sound output: a private PulseAudio null sink (paced)"
-else
-  printf 'pcm.!default { type file slave.pcm "null" file "%s/sound.raw" format "raw" }\n' "$work" >"$work/.asoundrc"
-  export HOME="$work"
-  echo "sound output: an ALSA file device (no sound server could be started; not paced)"
-fi
+sound_output "$work"
 minutes=${SOAK_MINUTES:-30}
 kills=${SOAK_KILLS:-20}
 [ "$minutes" -gt 0 ] && on_display build/ixmod_soak "-minutes=$minutes" "$@" 2>>"$work/stderr"

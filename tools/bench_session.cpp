@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "tools/bench_table.h"
+#include "tools/screen_watch.h"
 
 namespace {
 
@@ -47,21 +48,6 @@ struct Shared {
   long long press_us[kMaxTrials];
 };
 Shared* shared = nullptr;
-
-long long mono_us() {
-  timespec t;
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return static_cast<long long>(t.tv_sec) * 1000000ll + t.tv_nsec / 1000;
-}
-
-// The arrow's shaft covers the screen's centre pixel, in both directions.
-bool arrow_shown(Display* d, int x, int y) {
-  XImage* img = XGetImage(d, DefaultRootWindow(d), x, y, 1, 1, AllPlanes, ZPixmap);
-  if (!img) return false;
-  const bool on = XGetPixel(img, 0, 0) != 0;
-  XDestroyImage(img);
-  return on;
-}
 
 // The second process: spins on the screen's centre pixel; at each arrow it
 // waits the trial's delay, spinning, and presses key 1 for 80 ms.

@@ -38,6 +38,7 @@
 #include <vector>
 
 #include "tools/bench_table.h"
+#include "tools/screen_watch.h"
 
 namespace {
 
@@ -49,20 +50,6 @@ struct Shared {
   std::atomic<int> seen;  // arrows seen (each answered with one press)
 };
 Shared* shared = nullptr;
-
-long long mono_us() {
-  timespec t;
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return static_cast<long long>(t.tv_sec) * 1000000ll + t.tv_nsec / 1000;
-}
-
-bool arrow_shown(Display* d, int x, int y) {
-  XImage* img = XGetImage(d, DefaultRootWindow(d), x, y, 1, 1, AllPlanes, ZPixmap);
-  if (!img) return false;
-  const bool on = XGetPixel(img, 0, 0) != 0;
-  XDestroyImage(img);
-  return on;
-}
 
 // The second process: polls the screen's centre pixel every 2 ms; at each
 // arrow it presses key 1 250-450 ms later, for 80 ms.
