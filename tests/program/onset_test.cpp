@@ -98,12 +98,14 @@ TEST_F(Onset, ReactionTimesCountFromThePixelsAndAPictureLastsItsFrames) {
     EXPECT_GE(ust, dark[i] - 1000) << trace;
     EXPECT_LE(ust, lit[i] + 1000) << trace;
     // ...and the reaction time counts from it: the key's way through X adds
-    // a little; an onset guessed two frames late takes 30 ms off.
+    // a little (up to about 5 ms with another session running beside); an
+    // onset guessed two frames late takes 30 ms off, one taken from the call
+    // (a frame is handed over about 13 ms ahead of its blank) adds 13.
     error.push_back(static_cast<double>(rt) - static_cast<double>(pressed[i] - ust) / 1000.0);
   }
   std::vector<double> sorted = error;
   std::sort(sorted.begin(), sorted.end());
-  EXPECT_LE(sorted[1], 4) << results;
+  EXPECT_LE(sorted[1], 8) << results;
   for (double e : error) EXPECT_GE(e, -1.5) << results;
   // 100 ms at 60 Hz: the hide goes six blanks after the one its show
   // reached, and gets there unless it is told as late.
