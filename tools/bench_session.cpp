@@ -87,13 +87,6 @@ void participant(int trials) {
   _exit(0);
 }
 
-std::string read_file(const std::string& name) {
-  std::ifstream f(name);
-  std::stringstream s;
-  s << f.rdbuf();
-  return s.str();
-}
-
 struct Action {
   long long actual_us, done_us, system_us;
   long long onset_us;  // test clock, as the reaction times count from it

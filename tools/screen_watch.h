@@ -1,10 +1,14 @@
-// What the benchmark's and the soak's second process use to watch the
-// screen: CLOCK_MONOTONIC in µs and whether a pixel of the root window is
-// lit (the arrow's shaft covers the screen's centre in both directions).
+// What the benchmark's and the soak's sessions share: CLOCK_MONOTONIC in
+// µs, whether a pixel of the root window is lit (the arrow's shaft covers
+// the screen's centre in both directions), and a file read whole.
 #pragma once
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <time.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
 
 inline long long mono_us() {
   timespec t;
@@ -18,4 +22,11 @@ inline bool arrow_shown(Display* d, int x, int y) {
   const bool on = XGetPixel(img, 0, 0) != 0;
   XDestroyImage(img);
   return on;
+}
+
+inline std::string read_file(const std::string& name) {
+  std::ifstream f(name);
+  std::stringstream s;
+  s << f.rdbuf();
+  return s.str();
 }
