@@ -180,12 +180,15 @@ void keep_priority() {
 // device's first delays then are not yet its own.
 int settling_ = 0;
 const int kSettlingPeriods = 25;
-// The device was found dry at the last observation.
+// The device was found dry at the last observation; it counts as dry only
+// once it has played (a sound server reports no delay until it starts).
 bool dry_ = false;
+bool played_ = false;
 
 void recover(int err) {
   if (err == -EPIPE || err == -ESTRPIPE) ++underruns_;
   settling_ = kSettlingPeriods;
+  played_ = false;
   if (snd_pcm_recover(pcm_, err, 1) < 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   // The frames queued were dropped: where the stream's frames are is learnt
   // again (the device's rate stays what it was).
@@ -204,6 +207,7 @@ void observe_device() {
   const int r = snd_pcm_avail_delay(pcm_, &avail, &delay);
   const double after = now_us();
   if (r < 0 || avail < 0 || static_cast<snd_pcm_uframes_t>(avail) > buffer_) return;
+  if (delay <= 0 && !played_) return;
   if (delay <= 0) {
     // The device ran dry (the thread was held up for longer than the
     // buffer lasts): it plays the stream on later than before.
@@ -216,6 +220,7 @@ void observe_device() {
     return;
   }
   dry_ = false;
+  played_ = true;
   if (after - before > kSlowCallUs) return;
   if (settling_ > 0) {
     --settling_;
@@ -223,8 +228,11 @@ void observe_device() {
   }
   const int64_t queued = static_cast<int64_t>(buffer_) - avail;
   std::lock_guard<sound_lock> g(clock_lock_);
-  // Off the line for a while: the stream moved all the same.
-  if (!clock_.observe(mixer_.next() - queued, (before + after) / 2, static_cast<double>(delay - queued))) ++underruns_;
+  // Off the line for a while: the stream moved all the same. While the
+  // clock settles at start-up that is its own first fit, not the device.
+  const bool settled = clock_.settled();
+  if (!clock_.observe(mixer_.next() - queued, (before + after) / 2, static_cast<double>(delay - queued)) && settled)
+    ++underruns_;
 }
 
 // The device is open without blocking: a write it cannot take yet waits
