@@ -31,6 +31,11 @@ extern "C" void (*_xwin_input_handler)(void);
 // Called by the driver with each part of the screen it has converted into
 // its image, to bring that part to the window.
 extern "C" void (*_xwin_window_redrawer)(int, int, int, int);
+// The drawing mode in force. Where the screen's format matches the window's,
+// the driver draws solid fills, lines and points of the screen straight onto
+// the window as well (past the hook above) while its drawing-mode method
+// finds the mode solid.
+extern "C" int _drawing_mode;
 
 // The leading members of the driver's state, the same in every build of it.
 struct xwin_head {
@@ -63,6 +68,8 @@ std::mutex present_lock_;
 void (*driver_redrawer_)(int, int, int, int) = nullptr;
 GC canvas_gc_ = nullptr;
 bool dirty_ = false;
+GFX_DRIVER* patched_driver_ = nullptr;
+void (*driver_drawing_mode_)() = nullptr;
 unsigned last_frame_ = 0;
 bool composited_ = false;
 
@@ -83,6 +90,17 @@ void canvas_redraw(int x, int y, int w, int h) {
   XPutImage(dpy_, present_canvas(), canvas_gc_, img, x, y, x, y, static_cast<unsigned>(w), static_cast<unsigned>(h));
   present_drawn(x, y, w, h);
   dirty_ = true;
+}
+
+// While frames are presented, every change of the screen reaches the window
+// through the canvas: the driver is never told the mode is solid, so it draws
+// no fill onto the window directly, at once and out of its frame.
+void no_direct_drawing() {
+  if (!driver_drawing_mode_) return;
+  const int mode = _drawing_mode;
+  _drawing_mode = DRAW_MODE_XOR;
+  driver_drawing_mode_();
+  _drawing_mode = mode;
 }
 
 bool cm_selection_owned(Display* d) {
@@ -172,20 +190,27 @@ void display_present_init() {
                   reinterpret_cast<const unsigned char*>(&bypass), 1);
   XSync(dpy_, False);
   std::unique_lock<std::mutex> hold(present_lock_);
-  // Presentation is opt-in (IXMOD_PRESENT=1) until drawing that no stimulus
-  // hands over (a page erased between blocks) is sure to reach the window.
+  // IXMOD_PRESENT=0 keeps the drawing path (to compare the two).
   const char* opt = getenv("IXMOD_PRESENT");
-  if (opt && strcmp(opt, "1") == 0 && present_init(dpy_, w, composited_)) {
+  if (!(opt && strcmp(opt, "0") == 0) && present_init(dpy_, w, composited_)) {
     XGCValues v;
     v.graphics_exposures = False;
     canvas_gc_ = XCreateGC(dpy_, present_canvas(), GCGraphicsExposures, &v);
     driver_redrawer_ = _xwin_window_redrawer;
     hold.unlock();
     _xwin_window_redrawer = canvas_redraw;
+    if (gfx_driver && gfx_driver->drawing_mode) {
+      patched_driver_ = gfx_driver;
+      driver_drawing_mode_ = gfx_driver->drawing_mode;
+      gfx_driver->drawing_mode = no_direct_drawing;
+      no_direct_drawing();
+    }
     // The canvas starts as the screen is now.
     XImage* img = allegro_state().ximage;
     if (img) canvas_redraw(0, 0, img->width, img->height);
     display_flush();
+    vsync_source_ = "present";
+    alleg_message("retrace: next MSC through X Present");
     alleg_message("onset: X Present completion");
     alleg_message("present: frames handed over %ld ms before their vertical blank", display_onset_delay());
     return;
@@ -203,6 +228,12 @@ void display_present_init() {
 }
 
 void display_present_exit() {
+  if (patched_driver_) {
+    patched_driver_->drawing_mode = driver_drawing_mode_;
+    if (gfx_driver == patched_driver_) driver_drawing_mode_();
+  }
+  patched_driver_ = nullptr;
+  driver_drawing_mode_ = nullptr;
   if (driver_redrawer_) _xwin_window_redrawer = driver_redrawer_;
   driver_redrawer_ = nullptr;
   std::lock_guard<std::mutex> hold(present_lock_);

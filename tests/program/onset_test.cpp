@@ -54,9 +54,7 @@ TEST_F(Onset, ReactionTimesCountFromThePixelsAndAPictureLastsItsFrames) {
   dir.write("t.s", s);
   std::vector<std::string> a = args();
   a.push_back("-timing=timing.tsv");
-  setenv("IXMOD_PRESENT", "1", 1);  // the program inherits it
   const harness::Started p = harness::start(dir, a);
-  unsetenv("IXMOD_PRESENT");
   harness::X::Rect w{0, 0, 0, 0};
   ASSERT_TRUE(x.wait_for_window(640, 480, 10000, &w));
   // The arrow's shaft covers the centre. Each arrow is answered its delay
