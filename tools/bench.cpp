@@ -46,6 +46,7 @@
 #include "platform/alleg.h"
 #include "platform/display.h"
 #include "platform/priority.h"
+#include "tools/screen_watch.h"
 #include "platform/timer.h"
 #include "ports/lpt.h"
 #include "ports/trig_out.h"
@@ -93,17 +94,13 @@ void participant() {
     const int phase = shared->phase.load();
     if (phase == QUIT) break;
     if (phase == WATCH) {
-      bool on = false;
+      pixel_watch watch;
+      watch.x = shared->screen_x, watch.y = shared->screen_y;
       while (shared->phase.load() == WATCH) {
-        const unsigned long long asked = mono_ns();
-        XImage* img = XGetImage(d, DefaultRootWindow(d), shared->screen_x, shared->screen_y, 1, 1, AllPlanes,
-                                ZPixmap);
-        const unsigned long long t = mono_ns();
-        if (shared->n_polls < kMax) shared->poll_us[shared->n_polls++] = static_cast<double>(t - asked) / 1000.0;
-        const bool now_on = img && XGetPixel(img, 0, 0) != 0;
-        if (img) XDestroyImage(img);
-        if (now_on && !on && shared->n_seen < kMax) shared->seen[shared->n_seen++] = t;
-        on = now_on;
+        long long at = 0;
+        const bool came = watch.came_on(d, at);
+        if (shared->n_polls < kMax) shared->poll_us[shared->n_polls++] = watch.round_trip_us;
+        if (came && shared->n_seen < kMax) shared->seen[shared->n_seen++] = static_cast<unsigned long long>(at) * 1000u;
       }
     } else if (phase == SEND) {
       const KeyCode code = XKeysymToKeycode(d, XStringToKeysym("1"));

@@ -58,11 +58,11 @@ void participant(int trials) {
   const int x = DisplayWidth(d, DefaultScreen(d)) / 2, y = DisplayHeight(d, DefaultScreen(d)) / 2;
   const KeyCode key = XKeysymToKeycode(d, XStringToKeysym("1"));
   shared->ready = 1;
-  bool on = false;
+  pixel_watch watch;
+  watch.x = x, watch.y = y;
   while (!shared->quit.load() && shared->n < trials) {
-    const bool now_on = arrow_shown(d, x, y);
-    const long long seen = mono_us();
-    if (now_on && !on) {
+    long long seen = 0;
+    if (watch.came_on(d, seen)) {
       const int i = shared->n;
       const long long press = seen + shared->delay_us[i];
       // Sleep to 2 ms before the press, then spin: the machine's cores stay
@@ -81,7 +81,6 @@ void participant(int trials) {
       XTestFakeKeyEvent(d, key, False, CurrentTime);
       XFlush(d);
     }
-    on = now_on;
   }
   XCloseDisplay(d);
   _exit(0);

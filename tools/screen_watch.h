@@ -1,6 +1,7 @@
 // What the benchmark's and the soak's sessions share: CLOCK_MONOTONIC in
 // µs, whether a pixel of the root window is lit (the arrow's shaft covers
-// the screen's centre in both directions), and a file read whole.
+// the screen's centre in both directions), when it came on, and a file
+// read whole.
 #pragma once
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -23,6 +24,33 @@ inline bool arrow_shown(Display* d, int x, int y) {
   XDestroyImage(img);
   return on;
 }
+
+// Readings of one pixel of the root window, a short pause apart (the X
+// server has one thread, shared with the program it serves). A reading
+// samples the pixel at about the middle of its round trip, so a pixel that
+// came on did so between the last reading that found it off and the first
+// that found it on: the midpoint of the two is taken.
+struct pixel_watch {
+  int x = 0, y = 0;
+  bool on = false;
+  long long last_mid_us = 0;
+  double round_trip_us = 0;  // of the latest reading
+  // true when the pixel came on at this reading, at the moment `at_us`.
+  bool came_on(Display* d, long long& at_us) {
+    const long long asked = mono_us();
+    const bool now_on = arrow_shown(d, x, y);
+    const long long t = mono_us();
+    round_trip_us = static_cast<double>(t - asked);
+    const long long mid = asked + (t - asked) / 2;
+    const bool came = now_on && !on && last_mid_us != 0;
+    if (came) at_us = (last_mid_us + mid) / 2;
+    on = now_on;
+    last_mid_us = mid;
+    timespec pause{0, 200000};
+    nanosleep(&pause, nullptr);
+    return came;
+  }
+};
 
 inline std::string read_file(const std::string& name) {
   std::ifstream f(name);

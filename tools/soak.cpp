@@ -262,6 +262,23 @@ int soak(const std::string& program, int minutes, int trials) {
            f5.p99 > 0 ? (l5.p99 - f5.p99) / f5.p99 * 100 : 0.0);
   bench_row("schedule lateness, last five minutes", l5, "p99 within 20% of first",
             bench_met(f5.n > 0 && l5.n > 0 && l5.p99 <= f5.p99 * 1.2), note);
+  // The p99 of every five minutes: a rise that grows with the session
+  // (something kept and walked) against bursts (the machine's other work).
+  if (!late.empty()) {
+    std::string by5;
+    std::vector<double> window;
+    long long from = late.front().first;
+    for (size_t i = 0; i <= late.size(); ++i) {
+      if (i == late.size() || late[i].first - from >= 300000000ll) {
+        snprintf(note, sizeof note, "%s%.0f", by5.empty() ? "" : ", ", bench_stats_of(window).p99);
+        by5 += note;
+        window.clear();
+        if (i < late.size()) from = late[i].first;
+      }
+      if (i < late.size()) window.push_back(late[i].second);
+    }
+    bench_value("  lateness p99 by five minutes (us)", by5.c_str());
+  }
 
   // A press is recorded on its arrow, or, when it came late, as a false
   // alarm on the next tone.
