@@ -30,12 +30,18 @@ std::map<int, Outcome> outcomes(const std::string& results) {
 
 class Block : public ProgramTest {
  protected:
-  // Starts the program and returns once its full-screen window is up; the
-  // block starts a few milliseconds later.
-  harness::Started start_block(const std::string& cfg = "") {
+  // Starts the program on the block and returns once the block has started:
+  // a figure ahead of its trials, at its start and for 300 ms, is on the
+  // screen. (The start-up after the window is up takes its own time.)
+  harness::Started start_block(const std::string& trials, const std::string& cfg = "") {
+    dir.write("t.s", "shape t0=0 t1=300 shape=0 color=2 filled=2 size=2;\n" + trials);
     dir.write("t.cfg", cfg);
     harness::Started p = harness::start(dir, args());
     EXPECT_TRUE(x.wait_for_window(640, 480, 10000, &window)) << "no window";
+    const long long give_up = harness::steady_ns() + 10000000000ll;
+    // The drawing area, and the figure with it, is centred on the screen.
+    while (x.lit(462, 334, 100, 100) == 0 && harness::steady_ns() < give_up) {
+    }
     t0 = harness::steady_ns();
     return p;
   }
@@ -50,13 +56,12 @@ class Block : public ProgramTest {
 };
 
 TEST_F(Block, ResponsesAreClassified) {
-  dir.write("t.s",
+  const harness::Started p = start_block(
             "null nummer=1 t0=1000 t1=100 kritisch=1\n"   // correct
             "null nummer=2 t0=2000 t1=100 kritisch=2\n"   // wrong key
             "null nummer=3 t0=3000 t1=100 kritisch=0\n"   // false alarm
             "null nummer=4 t0=4000 t1=100 kritisch=1\n"   // omission
             "null nummer=5 t0=4500 t1=100 kritisch=1\n");  // too early: ignored, so an omission
-  const harness::Started p = start_block();
   press_at(1500, "1");
   press_at(2500, "1");
   press_at(3500, "3");
@@ -76,10 +81,9 @@ TEST_F(Block, ResponsesAreClassified) {
 }
 
 TEST_F(Block, PauseAndContinueEliminatesTheTrialAndRestoresTheScreen) {
-  dir.write("t.s",
+  const harness::Started p = start_block(
             "null nummer=1 t0=1000 t1=100 kritisch=1\n"
             "null nummer=2 t0=3000 t1=100 kritisch=1\n");
-  const harness::Started p = start_block();
   press_at(1500, "1");
   press_at(1800, "s");
   harness::sleep_until_ms(t0, 2100);
@@ -101,8 +105,8 @@ TEST_F(Block, PauseAndContinueEliminatesTheTrialAndRestoresTheScreen) {
 }
 
 TEST_F(Block, SmallScreenIsUsedWhole) {
-  dir.write("t.s", "null nummer=1 t0=500 t1=100 kritisch=1\nnull nummer=2 t0=1500 t1=100 kritisch=1\n");
-  const harness::Started p = start_block("screen-width = 800\nscreen-height = 600\n");
+  const harness::Started p = start_block("null nummer=1 t0=500 t1=100 kritisch=1\nnull nummer=2 t0=1500 t1=100 kritisch=1\n",
+                                         "screen-width = 800\nscreen-height = 600\n");
   press_at(800, "s");
   harness::sleep_until_ms(t0, 1100);
   // The dialogue sits at the bottom of the 800 x 600 screen, not of a
