@@ -263,7 +263,16 @@ unsigned display_present_after(unsigned base, long frames, int tag) {
   std::lock_guard<std::mutex> hold(present_lock_);
   present_done d;
   if (present_result(base, d) < 0) return present_locked(0, tag);
-  const unsigned long long from = d.msc ? d.msc : d.target_msc;
+  unsigned long long from = d.msc;
+  if (!from) {
+    // The show has not reached the screen yet. Once its blank is half a
+    // frame past without word of it, it reaches a later one: the hide
+    // counts from the first it can still reach, not from the one missed.
+    from = d.target_msc;
+    const unsigned long long now = alleg_system_us();
+    if (from && now > present_ust_of(from) + static_cast<unsigned long long>(alleg_refresh_time() * 500))
+      from = std::max(from, static_cast<unsigned long long>(present_msc_at(now)));
+  }
   if (!from) return present_locked(0, tag);
   return present_locked(from + static_cast<unsigned long long>(frames < 1 ? 1 : frames), tag);
 }
