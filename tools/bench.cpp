@@ -500,16 +500,26 @@ int main(int argc, char** argv) {
   shared->phase = WATCH;
   usleep(50000);
   timing_clear();
-  run_block(flashes(std::min(n, 200), 50, 200));
+  const long spacing_ms = 50;
+  run_block(flashes(std::min(n, 200), spacing_ms, 200));
   usleep(50000);
   shared->phase = IDLE;
   const std::vector<unsigned long long> onsets = recorded_onsets();
+  // Each onset is paired with the first time the pixel was seen coming on
+  // within half the flashes' spacing of it (a flash the reader missed, or
+  // one it saw that no onset tells, does not shift the pairs after it).
   std::vector<double> display;
-  const int pairs = std::min(static_cast<int>(onsets.size()), shared->n_seen);
-  for (int i = 0; i < pairs; ++i)
-    display.push_back((static_cast<double>(shared->seen[i]) - static_cast<double>(onsets[i])) / 1000.0);
+  int paired = 0;
+  for (size_t i = 0, j = 0; i < onsets.size(); ++i) {
+    const double on = static_cast<double>(onsets[i]);
+    while (j < static_cast<size_t>(shared->n_seen) && static_cast<double>(shared->seen[j]) < on - spacing_ms * 5e5) ++j;
+    if (j < static_cast<size_t>(shared->n_seen) && static_cast<double>(shared->seen[j]) < on + spacing_ms * 5e5) {
+      display.push_back((static_cast<double>(shared->seen[j]) - on) / 1000.0);
+      ++paired, ++j;
+    }
+  }
   char note[80];
-  snprintf(note, sizeof note, "shown %zu, seen %d", onsets.size(), shared->n_seen);
+  snprintf(note, sizeof note, "shown %zu, seen %d, paired %d", onsets.size(), shared->n_seen, paired);
   const bench_stats ds = bench_stats_of(display);
   double p99_abs = 0;
   {
@@ -519,7 +529,7 @@ int main(int argc, char** argv) {
   }
   bench_row("onset recorded to pixels read back", ds, "|median| <= 200, |p99| <= 1000",
             bench_met(std::fabs(ds.median) <= 200 && p99_abs <= 1000 &&
-                      shared->n_seen == static_cast<int>(onsets.size())),
+                      paired == static_cast<int>(onsets.size())),
             note);
   frames_row();
   bench_row("  machine: one reading of the screen (reader)",
