@@ -1,8 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <tuple>
-
-#include "services/argument.h"
 #include "services/config.h"
 #include "tests/unit/test_support.h"
 

@@ -3,24 +3,14 @@
 // rectangle, in its right half a blue ellipse touching that half's sides.
 #include "visual/emf.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "datafile_writer.h"
-#include "fake_clock.h"
 #include "platform/datafile.h"
-#include "platform/display.h"
 #include "platform/metafile.h"
 #include "platform/timer.h"
 #include "test_support.h"
 
 namespace {
-class Emf : public ::testing::Test {
- protected:
+struct Emf : ::testing::Test {
   static void SetUpTestSuite() {
     files = new TempDir;
     picture = files->path("t.emf");

@@ -1,9 +1,6 @@
 // The retrace wait without a display device: simulated on the test clock,
 // phase-locked so that consecutive waits end exactly one period apart.
-#include <gtest/gtest.h>
 
-#include "fake_clock.h"
-#include "platform/display.h"
 #include "test_support.h"
 
 TEST(Retrace, SimulatedWaitsArePhaseLockedToTheRefreshRate) {
@@ -64,10 +61,8 @@ TEST(Retrace, BlanksFoundFromThoseTold) {
   EXPECT_EQ(c.msc_at(5000), 0u);  // nothing told yet: the next blank
   c.nominal_us = 1e6 / 60;
   c.told(100, 1000000);
-  const struct {
-    uint64_t at_us, msc;
-  } before[] = {{1000000, 100}, {1000001, 101}, {1016666, 101}, {1016667, 102}, {983333, 99}, {983334, 100},
-                {900000, 94}, {899999, 94}};
+  const struct { uint64_t at_us, msc; } before[] = {{1000000, 100}, {1000001, 101}, {1016666, 101}, {1016667, 102},
+                                                    {983333, 99},   {983334, 100},  {900000, 94},   {899999, 94}};
   for (const auto& b : before) EXPECT_EQ(c.msc_at(b.at_us), b.msc) << b.at_us;
   // A server whose blanks come every 16.8 ms: measured from 60 blanks on.
   c.told(130, 1000000 + 30 * 16800);

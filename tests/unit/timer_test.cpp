@@ -1,8 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <utility>
-
 #include "platform/priority.h"
 #include "platform/timer.h"
 #include "test_support.h"

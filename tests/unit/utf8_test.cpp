@@ -1,11 +1,6 @@
 // The graphics library's UTF-8 format: well-formed text as before, any other
 // bytes one '^' each, and no string read past its end.
-#include <allegro.h>
-#include <gtest/gtest.h>
 
-#include <string>
-
-#include "platform/utf8.h"
 #include "test_support.h"
 
 namespace {

@@ -1,17 +1,9 @@
 // Sound stimuli with recorded voices and speaker relay: playing-until times,
 // speaker selection, the preloaded table, the volume table, list files.
-#include <allegro.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "engine/stimfile.h"
 #include "engine/stimuli.h"
 #include "engine/timing.h"
-#include "fake_clock.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
 #include "sim_port.h"
@@ -47,16 +39,14 @@ std::string wav_file(const TempDir& d, const std::string& name, uint32_t rate, u
   return d.write(name, w + std::string(frames, '\x80'));
 }
 
-class Sound : public ::testing::Test {
- protected:
+struct Sound : ::testing::Test {
   void SetUp() override {
     test_allegro(), fake_clock::start(), calls.clear();
     due = 0, late_us = 0, position = -1, free_voices = 1;
     wav_voices(&kVoices), wav_reset();
   }
   void TearDown() override {
-    swav_done(), wav_init(wav_none), lpt_reset(), wav_voices(nullptr), volume_init();
-    fake_clock::stop();
+    swav_done(), wav_init(wav_none), lpt_reset(), wav_voices(nullptr), volume_init(), fake_clock::stop();
   }
   TempDir dir;
   LogCapture log{{dir.path("prog"), "-vol=" + dir.path("prog.vol")}};
