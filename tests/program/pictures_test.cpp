@@ -143,6 +143,5 @@ TEST_F(Pictures, WheelAnswerRecordsTheChosenPosition) {
   ASSERT_EQ(run.status, 0) << log;
   const std::vector<std::string> rec = harness::lines_with(results, "wheel moda 0 richtung 1");
   ASSERT_EQ(rec.size(), 1u) << results;
-  EXPECT_TRUE(harness::contains(rec[0], " start 10.0 ")) << rec[0];
-  EXPECT_TRUE(harness::contains(rec[0], " minuten 11.0")) << rec[0];
+  EXPECT_TRUE(harness::contains(rec[0], " start 10.0 ") && harness::contains(rec[0], " minuten 11.0")) << rec[0];
 }

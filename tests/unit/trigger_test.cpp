@@ -36,8 +36,8 @@ struct Trigger : ::testing::Test {
     ASSERT_EQ(vok_init(2, VOK_LPT1, 0), 0);
   }
   void TearDown() override {
-    fake_clock::step_ns() = 2000;
-    trigger_init(TRIGGER_NONE, 0), vok_reset(), taste_reset(), tastatur_fake(nullptr), fake_clock::stop();
+    fake_clock::step_ns() = 2000, trigger_init(TRIGGER_NONE, 0), vok_reset(), taste_reset(), tastatur_fake(nullptr);
+    fake_clock::stop();
   }
   TempDir dir;
   SimPort port{dir, 1};
