@@ -10,10 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <vector>
 
+#include "../scratch.h"
 #include "platform/datafile.h"
 #include "platform/utf8.h"
 #include "services/argument.h"
@@ -26,18 +24,8 @@ namespace fuzz {
 
 // The scratch directory of this process, removed at exit.
 inline const std::string& dir() {
-  static const std::string d = [] {
-    const char* tmp = getenv("TMPDIR");
-    std::string tmpl = std::string(tmp && *tmp ? tmp : "/tmp") + "/ixmod-fuzz-XXXXXX";
-    if (!mkdtemp(&tmpl[0])) abort();
-    static std::string path = tmpl;
-    atexit([] {
-      const std::string cmd = "rm -rf '" + path + "'";
-      if (system(cmd.c_str()) != 0) fputs("cannot remove the fuzz scratch directory\n", stderr);
-    });
-    return path;
-  }();
-  return d;
+  static const TempDir d;
+  return d.dir;
 }
 
 inline std::string path(const char* name) { return dir() + "/" + name; }

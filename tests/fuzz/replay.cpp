@@ -4,23 +4,16 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
+
+#include "../scratch.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace {
 int replay(const std::filesystem::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  if (!in) {
-    fprintf(stderr, "cannot read %s\n", p.c_str());
-    return 1;
-  }
-  const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (!std::ifstream(p)) return fprintf(stderr, "cannot read %s\n", p.c_str()), 1;
+  const std::string bytes = read_text(p);
   LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
   return 0;
 }

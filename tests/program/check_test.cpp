@@ -1,9 +1,5 @@
 // The machine check, the stimulus-file check and what the program says
 // about itself without a display.
-#include <gtest/gtest.h>
-
-#include <map>
-#include <sstream>
 
 #include "fixture.h"
 
@@ -25,8 +21,7 @@ std::map<std::string, std::string> fitness_of(const std::string& out) {
   return rows;
 }
 
-class Check : public ProgramTest {
- protected:
+struct Check : ProgramTest {
   harness::Run check(std::vector<std::string> extra, const std::string& sound = "null") {
     std::vector<std::string> a = {"-check", "-sound-device=" + sound, "-log=t.log", "-cfg=t.cfg"};
     a.insert(a.end(), extra.begin(), extra.end());
@@ -36,9 +31,8 @@ class Check : public ProgramTest {
 
 TEST_F(Check, TableAndStatusFollowThePort) {
   // The second row also has no sound device.
-  struct {
-    std::string device, lpt1, sound, sound_fit;
-  } cases[] = {{dir.file("lpt1"), "yes", "null", "yes"}, {"/dev/parport9", "NO", "nothing-like-it", "NO"}};
+  struct { std::string device, lpt1, sound, sound_fit; } cases[] = {
+      {dir.path("lpt1"), "yes", "null", "yes"}, {"/dev/parport9", "NO", "nothing-like-it", "NO"}};
   for (const auto& c : cases) {
     const harness::Run r = check({"-lpt1-device=" + c.device}, c.sound);
     std::map<std::string, std::string> rows = fitness_of(r.out);
@@ -70,7 +64,7 @@ TEST_F(Check, StimulusFileLinesThatFailAreListedWithTheirLineNumbers) {
             "word t0=5\n"
             "---\n"
             "info extra=Weiter.;\n");
-  const harness::Run r = check({"-lpt1-device=" + dir.file("lpt1"), "-s=bad.s", "-lst=t.lst", "-dict=en.dict"});
+  const harness::Run r = check({"-lpt1-device=" + dir.path("lpt1"), "-s=bad.s", "-lst=t.lst", "-dict=en.dict"});
   EXPECT_EQ(r.status, 1) << r.out;
   const std::string file = "bad.s";  // as named on the command line
   for (const std::string& want : {file + ":1: sbmp_bitmap: invalid index 7",
@@ -86,7 +80,7 @@ TEST_F(Check, StimulusFileLinesThatFailAreListedWithTheirLineNumbers) {
 
 TEST_F(Check, TheCrossmodalExampleBuildsEveryBlock) {
   dir.write("t.lst", std::string("1\nanwen.bmp\n") + IXMOD_RESOURCES + "/anwen.bmp\n");
-  const harness::Run r = check({"-lpt1-device=" + dir.file("lpt1"), std::string("-s=") + IXMOD_EXAMPLES + "/crossmodal.s",
+  const harness::Run r = check({"-lpt1-device=" + dir.path("lpt1"), std::string("-s=") + IXMOD_EXAMPLES + "/crossmodal.s",
                                 "-lst=t.lst", "-dict=en.dict", "-locale=en"});
   EXPECT_EQ(fitness_of(r.out)["stimulus file"], "yes") << r.out;
   // The practice block: four trials of a tone and an arrow, the last arrow
@@ -99,22 +93,14 @@ TEST_F(Check, TheCrossmodalExampleBuildsEveryBlock) {
 }
 
 TEST_F(Check, HelpAndVersionNeedNoDisplayAndNoFiles) {
-  struct {
-    const char* arg;
-    const char* says;
-  } cases[] = {{"-help", "-lst=FILE"}, {"--version", "ixmod 1."}};  // the other spellings: unit Usage test
+  // The other spellings: unit Usage test.
+  struct { const char *arg, *says; } cases[] = {{"-help", "-lst=FILE"}, {"--version", "ixmod 1."}};
   for (const auto& c : cases) {
     const harness::Run r = run({c.arg}, {"DISPLAY="});
     EXPECT_EQ(r.status, 0) << c.arg;
     EXPECT_TRUE(contains(r.out, c.says)) << c.arg << "\n" << r.out;
     EXPECT_TRUE(r.err.empty()) << c.arg << "\n" << r.err;
   }
-}
-
-TEST_F(Check, WithoutAFileListTheErrorNamesTheOption) {
-  const harness::Run r = run({"-s=t.s", "-dict=en.dict"}, {"DISPLAY="});
-  EXPECT_EQ(r.status, 255);
-  EXPECT_TRUE(contains(r.err, "no file list: name one with -lst=FILE")) << r.err;
 }
 
 }  // namespace

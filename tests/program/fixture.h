@@ -1,21 +1,24 @@
 // A whole-program test: the program's files in a fresh directory, the
-// option words that name them, and the log read back after the run.
+// option words that name them, and the log read back after the run. It
+// brings the headers the program tests use (some through the harness's).
 #pragma once
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cmath>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <map>
 #include <regex>
-#include <sstream>
+#include <set>
 
 #include "harness.h"
 
 // The cells of a tab-separated line.
-inline std::vector<std::string> cells(const std::string& line) {
-  std::vector<std::string> out(1);
-  for (char c : line)
-    if (c == '\t') out.emplace_back();
-    else out.back() += c;
-  return out;
-}
+inline std::vector<std::string> cells(const std::string& line) { return split(line, '\t'); }
 
 // The show actions of a timing trace, each as its cells (block, trial,
 // type, action, due, actual, late, done, retrace, system, ...).
@@ -27,8 +30,7 @@ inline std::vector<std::vector<std::string>> timing_shows(const std::string& tsv
   return out;
 }
 
-class ProgramTest : public ::testing::Test {
- protected:
+struct ProgramTest : ::testing::Test {
   void SetUp() override {
     dir.write("t.lst", "0\n");
     dir.write("en.dict", "Please release the key.\nInterrupted.\n");
@@ -39,7 +41,14 @@ class ProgramTest : public ::testing::Test {
     // LPT1, where trigger, pen and LED output go by default, is a simulated
     // port: the tests neither depend on nor touch the machine's ports.
     return {"-s=" + stimfile, "-lst=t.lst", "-log=t.log", "-dict=en.dict", "-cfg=t.cfg", "-res=results.txt",
-            "-lpt1-device=" + dir.file("lpt1")};
+            "-lpt1-device=" + dir.path("lpt1")};
+  }
+
+  // args() and more option words.
+  std::vector<std::string> args_and(const std::vector<std::string>& more) const {
+    std::vector<std::string> a = args();
+    a.insert(a.end(), more.begin(), more.end());
+    return a;
   }
 
   harness::Run run(const std::vector<std::string>& a, const std::vector<std::string>& env = {}) {

@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -53,13 +52,6 @@ std::string start_xvfb() {
   return ":" + number;
 }
 
-std::string slurp(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  std::stringstream s;
-  s << f.rdbuf();
-  return s.str();
-}
-
 }  // namespace
 
 const std::string& display() {
@@ -68,35 +60,14 @@ const std::string& display() {
 }
 
 Dir::Dir() {
-  char tmpl[] = "/tmp/ixmod-test-XXXXXX";
-  if (!mkdtemp(tmpl)) throw std::runtime_error("mkdtemp");
-  path_ = tmpl;
-  // The program runs with this directory as HOME: its ALSA default device
-  // records into sound.raw, paced by nothing.
-  write(".asoundrc", "pcm.!default { type file slave.pcm \"null\" file \"" + file("sound.raw") +
+  write(".asoundrc", "pcm.!default { type file slave.pcm \"null\" file \"" + path("sound.raw") +
                          "\" format \"raw\" }\n");
 }
-
-Dir::~Dir() {
-  if (!getenv("IXMOD_KEEP_TEST_DIRS")) {
-    const std::string cmd = "rm -rf '" + path_ + "'";
-    if (system(cmd.c_str()) != 0) {
-    }
-  }
-}
-
-void Dir::write(const std::string& name, const std::string& text) const {
-  std::ofstream f(file(name), std::ios::binary);
-  f << text;
-}
-
-std::string Dir::read(const std::string& name) const { return slurp(file(name)); }
-bool Dir::exists(const std::string& name) const { return access(file(name).c_str(), F_OK) == 0; }
 
 Started start(const Dir& dir, const std::vector<std::string>& args, const std::vector<std::string>& env,
               const char* argv0) {
   const std::string disp = display();
-  const std::string out_path = dir.file(".stdout"), err_path = dir.file(".stderr");
+  const std::string out_path = dir.path(".stdout"), err_path = dir.path(".stderr");
   const pid_t pid = fork();
   if (pid == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -146,8 +117,8 @@ Run finish(const Started& p, int timeout_s) {
   }
   r.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
   r.signal = WIFSIGNALED(wstatus) ? WTERMSIG(wstatus) : 0;
-  r.out = slurp(p.out_path);
-  r.err = slurp(p.err_path);
+  r.out = read_text(p.out_path);
+  r.err = read_text(p.err_path);
   return r;
 }
 
@@ -226,24 +197,28 @@ void X::press(const char* key) {
   XFlush(d);
 }
 
+namespace {
+// A rectangle of the screen; null when it cannot be read.
+XImage* grab(Display* d, int x, int y, int w, int h) {
+  return XGetImage(d, DefaultRootWindow(d), x, y, static_cast<unsigned>(w), static_cast<unsigned>(h), AllPlanes,
+                   ZPixmap);
+}
+}  // namespace
+
 void X::pixel(int x, int y, int& r, int& g, int& b) {
   Display* d = static_cast<Display*>(dpy_);
-  XImage* img = XGetImage(d, DefaultRootWindow(d), x, y, 1, 1, AllPlanes, ZPixmap);
+  XImage* img = grab(d, x, y, 1, 1);
   r = g = b = 0;
   if (!img) return;
   XColor c;
   c.pixel = XGetPixel(img, 0, 0);
-  XQueryColor(d, DefaultColormap(d, DefaultScreen(d)), &c);
-  r = c.red >> 8;
-  g = c.green >> 8;
-  b = c.blue >> 8;
   XDestroyImage(img);
+  XQueryColor(d, DefaultColormap(d, DefaultScreen(d)), &c);
+  r = c.red >> 8, g = c.green >> 8, b = c.blue >> 8;
 }
 
 int X::lit(int x, int y, int w, int h) {
-  Display* d = static_cast<Display*>(dpy_);
-  XImage* img = XGetImage(d, DefaultRootWindow(d), x, y, static_cast<unsigned>(w), static_cast<unsigned>(h),
-                          AllPlanes, ZPixmap);
+  XImage* img = grab(static_cast<Display*>(dpy_), x, y, w, h);
   if (!img) return 0;
   int n = 0;
   for (int j = 0; j < h; ++j)

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "../scratch.h"
+
 namespace harness {
 
 // The X display of this test process (":N"), started on first use.
@@ -17,27 +19,16 @@ struct Run {
   std::string out, err;  // standard output and error
 };
 
-class Dir {
- public:
+// The program's working and home directory: its ALSA default device
+// records into sound.raw, paced by nothing.
+struct Dir : TempDir {
   Dir();
-  ~Dir();
-  const std::string& path() const { return path_; }
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-  void write(const std::string& name, const std::string& text) const;
-  std::string read(const std::string& name) const;
-  bool exists(const std::string& name) const;
-
- private:
-  std::string path_;
 };
 
 // Starts the program with args in dir (its working directory); finish()
 // waits for it. env entries "NAME=value" are added; "DISPLAY=" unsets the
 // display.
-struct Started {
-  int pid;
-  std::string out_path, err_path;
-};
+struct Started { int pid; std::string out_path, err_path; };
 // argv0 replaces the program's path as its first argument (as a shell that
 // found it through PATH gives its bare name).
 Started start(const Dir& dir, const std::vector<std::string>& args, const std::vector<std::string>& env = {},
@@ -59,9 +50,7 @@ class X {
   ~X();
   // Waits (at most timeout_ms) until a viewable window of at least w x h
   // exists; true when one appeared. Its place on the screen goes to *at.
-  struct Rect {
-    int x, y, w, h;
-  };
+  struct Rect { int x, y, w, h; };
   bool wait_for_window(int w, int h, int timeout_ms = 10000, Rect* at = nullptr);
   // Presses and releases a key (an X keysym name such as "1", "s", "x").
   void press(const char* key);

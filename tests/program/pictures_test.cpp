@@ -2,13 +2,6 @@
 // is sampled every few milliseconds while the program runs, and each sample
 // is judged against the stimulus that the timing trace says was on screen
 // then (both clocks are CLOCK_MONOTONIC).
-#include <cmath>
-#include <cstdlib>
-#include <functional>
-#include <map>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "fixture.h"
 
@@ -23,22 +16,14 @@ struct Sample {
 };
 
 // Start of each stimulus's show and hide in the timing trace, by trial.
-struct Window {
-  long long show = 0, hide = 0;
-};
+struct Window { long long show = 0, hide = 0; };
 std::map<int, Window> windows(const std::string& tsv) {
   std::map<int, Window> w;
   std::istringstream s(tsv);
-  std::string line;
-  std::getline(s, line);
-  while (std::getline(s, line)) {
-    std::istringstream f(line);
-    std::vector<std::string> c;
-    for (std::string x; std::getline(f, x, '\t');) c.push_back(x);
-    if (c.size() < 10) continue;
-    const int trial = std::stoi(c[1]);
-    if (c[3] == "show") w[trial].show = std::stoll(c[9]);
-    if (c[3] == "hide") w[trial].hide = std::stoll(c[9]);
+  for (std::string l; std::getline(s, l);) {
+    const std::vector<std::string> c = cells(l);
+    if (c.size() >= 10 && (c[3] == "show" || c[3] == "hide"))
+      (c[3] == "show" ? w[std::stoi(c[1])].show : w[std::stoi(c[1])].hide) = std::stoll(c[9]);
   }
   return w;
 }
@@ -46,26 +31,23 @@ std::map<int, Window> windows(const std::string& tsv) {
 bool near(int v, int want) { return std::abs(v - want) <= 12; }
 }  // namespace
 
-class Pictures : public ProgramTest {
- protected:
+struct Pictures : ProgramTest {
   harness::X x;
 };
 
 TEST_F(Pictures, WordShapesMetafileFilmAndClockAppearAsDrawn) {
   ASSERT_EQ(std::system((std::string(IXMOD_MKFILM) + " " + dir.path() + " 6 5 96").c_str()), 0);
-  ASSERT_EQ(std::system((std::string(IXMOD_MKEMF) + " " + dir.file("figure.emf")).c_str()), 0);
+  ASSERT_EQ(std::system((std::string(IXMOD_MKEMF) + " " + dir.path("figure.emf")).c_str()), 0);
   std::string s = "word nummer=1 t0=500 t1=600 string=Ab\n";
   for (int k = 0; k < 7; ++k)
     s += "shape nummer=" + std::to_string(10 + k) + " t0=" + std::to_string(1300 + 500 * k) +
          " t1=400 filled=2 size=2 shape=" + std::to_string(k) + " color=" + std::to_string(k % 6) + "\n";
-  s += "emf nummer=20 t0=5000 t1=600 w=0.5 h=0.25 datei=" + dir.file("figure.emf") + "\n";
-  s += "fli nummer=21 t0=5800 t1=1200 datei=" + dir.file("film.txt") + "\n";
+  s += "emf nummer=20 t0=5000 t1=600 w=0.5 h=0.25 datei=" + dir.path("figure.emf") + "\n";
+  s += "fli nummer=21 t0=5800 t1=1200 datei=" + dir.path("film.txt") + "\n";
   s += "clock nummer=22 t0=7200 t1=2100 dauer=4000 radius=0.3\n";
   s += "cbmp nummer=23 index=0 t0=8200 t1=300 y=0.1 moda=5\n";
   dir.write("t.s", s);
-  std::vector<std::string> a = args();
-  a.push_back("-timing=" + dir.file("timing.tsv"));
-  const harness::Started p = harness::start(dir, a);
+  const harness::Started p = harness::start(dir, args_and({"-timing=" + dir.path("timing.tsv")}));
   harness::X::Rect w{0, 0, 0, 0};
   ASSERT_TRUE(x.wait_for_window(640, 480, 10000, &w));
   const int cx = w.x + 512, cy = w.y + 384;
@@ -140,12 +122,8 @@ TEST_F(Pictures, WordShapesMetafileFilmAndClockAppearAsDrawn) {
   // after the clock's onset is 15 minutes, less the frames the clock stands
   // still while the picture is prepared.
   const std::vector<std::string> rec = harness::lines_with(results, "bmp moda 5 dauer 4000");
-  ASSERT_EQ(rec.size(), 1u) << results;
-  double minutes = -1;
-  const size_t at = rec[0].find("minuten ");
-  ASSERT_NE(at, std::string::npos);
-  minutes = std::stod(rec[0].substr(at + 8));
-  EXPECT_NEAR(minutes, 14.0, 1.5) << rec[0];
+  ASSERT_TRUE(rec.size() == 1u && harness::contains(rec[0], "minuten ")) << results;
+  EXPECT_NEAR(std::stod(rec[0].substr(rec[0].find("minuten ") + 8)), 14.0, 1.5) << rec[0];
 }
 
 TEST_F(Pictures, WheelAnswerRecordsTheChosenPosition) {
@@ -165,6 +143,5 @@ TEST_F(Pictures, WheelAnswerRecordsTheChosenPosition) {
   ASSERT_EQ(run.status, 0) << log;
   const std::vector<std::string> rec = harness::lines_with(results, "wheel moda 0 richtung 1");
   ASSERT_EQ(rec.size(), 1u) << results;
-  EXPECT_TRUE(harness::contains(rec[0], " start 10.0 ")) << rec[0];
-  EXPECT_TRUE(harness::contains(rec[0], " minuten 11.0")) << rec[0];
+  EXPECT_TRUE(harness::contains(rec[0], " start 10.0 ") && harness::contains(rec[0], " minuten 11.0")) << rec[0];
 }

@@ -2,13 +2,6 @@
 // crossmodal block as the amplifier would receive them.
 #include <fcntl.h>
 #include <glob.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <sstream>
-#include <vector>
 
 #include "fixture.h"
 #include "../../tools/trigger_box.h"
@@ -43,7 +36,7 @@ bool glob_none(const char* pattern) {
 // Sets the status register of the simulated LPT1 in place, as a box does;
 // the program has the file mapped, so it is never truncated.
 void set_status(const harness::Dir& dir, unsigned char v) {
-  const int fd = open(dir.file("lpt1").c_str(), O_RDWR);
+  const int fd = open(dir.path("lpt1").c_str(), O_RDWR);
   ASSERT_GE(fd, 0);
   EXPECT_EQ(pwrite(fd, &v, 1, 1), 1);
   close(fd);
@@ -64,9 +57,7 @@ class Ports : public ProgramTest {};
 
 TEST_F(Ports, EveryOnsetGivesOneTriggerPulseOfThreeMilliseconds) {
   dir.write("t.s", kCrossmodal);
-  std::vector<std::string> a = args();
-  a.push_back("-timing=" + dir.file("timing.tsv"));
-  const harness::Run r = run(a);
+  const harness::Run r = run(args_and({"-timing=" + dir.path("timing.tsv")}));
   ASSERT_EQ(r.status, 0) << log;
   const std::vector<Write> t = trace(dir.read("lpt1.trace"));
   // Pen and LED lines start low on the same port, then the trigger output
@@ -102,9 +93,8 @@ TEST_F(Ports, ASerialTriggerInterfaceGetsOneCodeByteAndTheRestLevelPerOnset) {
   dir.write("t.s", kCrossmodal);
   trigger_box box;
   ASSERT_TRUE(box.ok());
-  std::vector<std::string> a = args();
-  a.insert(a.end(), {box.arg(2), "-triggerport=com2", "-timing=" + dir.file("timing.tsv"), "-trigger-invert=yes"});
-  const harness::Run r = run(a);
+  const harness::Run r =
+      run(args_and({box.arg(2), "-triggerport=com2", "-timing=" + dir.path("timing.tsv"), "-trigger-invert=yes"}));
   ASSERT_EQ(r.status, 0) << log;
   EXPECT_EQ(harness::lines_with(log, "trigger output: com2 on " + box.path() + ", 115200 bit/s, byte mode").size(), 1u)
       << log;
@@ -151,8 +141,7 @@ TEST_F(Ports, WithoutAPortTheRunGoesOnWithoutTriggers) {
 
 TEST_F(Ports, ABlockWaitsForTheAcknowledgeLineOfTheResponseBox) {
   dir.write("t.s", "pause t0=0 t1=0;\nnull nummer=1 t0=100 t1=100;\n");
-  std::vector<std::string> a = args();
-  a.insert(a.end(), {"-trigger-input=ack", "-timing=" + dir.file("timing.tsv")});
+  const std::vector<std::string> a = args_and({"-trigger-input=ack", "-timing=" + dir.path("timing.tsv")});
   // A simulated port with the box's keys released (0x38); nothing pressed.
   dir.write("lpt1", std::string("\x00\x38\x00\x00", 4));
   const harness::Started p = harness::start(dir, a);

@@ -1,10 +1,6 @@
 // The session report of a whole run: a scripted participant gives known
 // outcomes, the report is rewritten after each block and kept when the
 // experimenter ends the test.
-#include <gtest/gtest.h>
-
-#include <map>
-#include <sstream>
 
 #include "fixture.h"
 
@@ -12,8 +8,7 @@ using harness::contains;
 
 namespace {
 
-class Report : public ProgramTest {
- protected:
+struct Report : ProgramTest {
   // Rows of the TSV by "block label", the counts from trials to anticipation.
   std::map<std::string, std::string> rows(const std::string& tsv) {
     std::map<std::string, std::string> out;
@@ -49,10 +44,7 @@ TEST_F(Report, CountsWhatTheParticipantDidAndSurvivesAnEndedBlock) {
             "---\n"
             "pfeil nummer=6 index=0 t0=1000 t1=2500 kritisch=1 uv=passt;\n"
             "pfeil nummer=7 index=0 t0=5000 t1=1000 kritisch=1 uv=passt;\n");
-  std::vector<std::string> a = args();
-  a.push_back("-locale=de");
-  a.push_back("-report=rep");
-  const harness::Started p = harness::start(dir, a);
+  const harness::Started p = harness::start(dir, args_and({"-locale=de", "-report=rep"}));
   ASSERT_TRUE(x.wait_for_window(640, 480));
   harness::sleep_until_ms(harness::steady_ns(), 500);
   x.press("space");
@@ -92,6 +84,22 @@ TEST_F(Report, CountsWhatTheParticipantDidAndSurvivesAnEndedBlock) {
       {"3 *", "1 1 0 0 0 0 0"},
   };
   EXPECT_EQ(got, want) << dir.read("rep/t-report.tsv") << log;
+  // The results lines "nummer uv reaktion reakzeit": the key pressed (0 for
+  // none), the time from the arrow's onset; each press came 600 ms after
+  // its arrow was due, so the three times agree (the block itself starts
+  // some time after the key that ended the page).
+  std::map<int, std::pair<int, long>> saved;
+  std::istringstream lines(results);
+  for (std::string l; std::getline(lines, l);) {
+    int n, reaktion;
+    long rt;
+    char uv[40];
+    if (sscanf(l.c_str(), "%d %39s %d %ld", &n, uv, &reaktion, &rt) == 4) saved[n] = {reaktion, rt};
+  }
+  for (int n : {2, 3})
+    EXPECT_TRUE(saved[1].second > 100 && saved[1].second <= 650 && std::labs(saved[n].second - saved[1].second) <= 60)
+        << results;
+  EXPECT_TRUE(saved[1].first == 1 && saved[2].first == 1 && saved[3].first == 2 && saved[4].first == 0) << results;
   const std::string html = dir.read("rep/t-report.html");
   EXPECT_TRUE(contains(html, "<h3>spät &amp; &lt;früh&gt;</h3>")) << html;
   EXPECT_TRUE(contains(html, "<h3>anders</h3>\n<p>No correct reactions.</p>")) << html;

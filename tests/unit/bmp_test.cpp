@@ -1,17 +1,9 @@
 // Picture stimuli drawn on a memory bitmap standing in for the screen:
 // placement, onset and erasing, masked onset, the preloaded image sets from
 // list files and from a resource datafile, and the video-memory set.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "datafile_writer.h"
-#include "fake_clock.h"
 #include "platform/datafile.h"
-#include "platform/display.h"
 #include "services/config.h"
 #include "test_support.h"
 #include "visual/fli.h"
@@ -19,10 +11,7 @@
 #include "visual/vbmp.h"
 
 namespace {
-int rgb(int r, int g, int b) { return makecol_depth(16, r, g, b); }
-
-class Picture : public ::testing::Test {
- protected:
+struct Picture : ::testing::Test {
   void TearDown() override { sbmp_done(), vbmp_done(), bmp_done(), datafile_resource("#"); }
   // A w x h picture file: left half left, right half right, or in 8 bits all
   // of palette entry 1 = (0, g, 0) when g >= 0.

@@ -1,9 +1,6 @@
 // The machine check's decisions and table, the usage words, and the line
 // numbers the stimulus file keeps for its messages.
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <string>
+#include "test_support.h"
 
 #include "driver/check.h"
 #include "driver/usage.h"
@@ -11,11 +8,7 @@
 #include "platform/priority.h"
 
 TEST(Check, PortNamedByAConfigurationText) {
-  const struct {
-    const char* text;
-    char kind;
-    int number;
-  } cases[] = {
+  const struct { const char* text; char kind; int number; } cases[] = {
       {"LPT2", 'L', 2}, {"lpt1 lpt3", 'L', 3},  {"lpt4", 0, 0}, {"COM2", 'C', 2},  // the last found wins
       {"com12", 'C', 12}, {"com", 0, 0}, {"", 0, 0}, {"comx com3", 'C', 3}, {nullptr, 0, 0},
   };
@@ -27,15 +20,11 @@ TEST(Check, PortNamedByAConfigurationText) {
 }
 
 TEST(Check, FitnessOfPriorityAndRetrace) {
-  EXPECT_EQ(check_priority_fit(REALTIME_PRIORITY_CLASS), fitness::yes);
-  EXPECT_EQ(check_priority_fit(HIGH_PRIORITY_CLASS), fitness::yes);
-  EXPECT_EQ(check_priority_fit(NORMAL_PRIORITY_CLASS), fitness::no);
-  EXPECT_EQ(check_priority_fit(IDLE_PRIORITY_CLASS), fitness::no);
-  const struct {
-    const char* source;
-    fitness fit;
-  } cases[] = {{"drm", fitness::yes}, {"present", fitness::yes}, {"simulated", fitness::warn}, {"", fitness::no},
-               {nullptr, fitness::no}};
+  for (auto [priority, fit] : std::vector<std::pair<unsigned, fitness>>{{REALTIME_PRIORITY_CLASS, fitness::yes},
+       {HIGH_PRIORITY_CLASS, fitness::yes}, {NORMAL_PRIORITY_CLASS, fitness::no}, {IDLE_PRIORITY_CLASS, fitness::no}})
+    EXPECT_EQ(check_priority_fit(priority), fit) << priority;
+  const struct { const char* source; fitness fit; } cases[] = {{"drm", fitness::yes}, {"present", fitness::yes},
+      {"simulated", fitness::warn}, {"", fitness::no}, {nullptr, fitness::no}};
   for (const auto& c : cases) EXPECT_EQ(check_retrace_fit(c.source), c.fit) << (c.source ? c.source : "null");
 }
 
@@ -60,10 +49,7 @@ TEST(Check, BlockLineOfOneTrial) {
 }
 
 TEST(Usage, WordsThatAskForUsageOrVersion) {
-  const struct {
-    std::vector<const char*> args;
-    int want;
-  } cases[] = {
+  const struct { std::vector<const char*> args; int want; } cases[] = {
       {{"ixmod", "-help"}, 1},           {{"ixmod", "--help"}, 1},    {{"ixmod", "-s=a.s", "-h"}, 1},
       {{"ixmod", "-version"}, 2},        {{"ixmod", "--version"}, 2}, {{"ixmod", "-helpme"}, 0},
       {{"ixmod", "-s=-help"}, 0},        {{"-help"}, 0},  // the program's own name is no option

@@ -1,8 +1,5 @@
 // The test's own stimuli and the reaction evaluation stimulus: results
 // lines, reaction windows, the preparatory tone as a catch stimulus.
-#include <gtest/gtest.h>
-
-#include <memory>
 
 #include "driver/ixmod.h"
 #include "engine/reak.h"

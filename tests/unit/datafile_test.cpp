@@ -2,11 +2,6 @@
 // reader from a datafile written by the test.
 #include "platform/datafile.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "datafile_writer.h"
 #include "test_support.h"
 

@@ -1,11 +1,7 @@
 // Writes a small unpacked datafile of named objects, as the resource
 // datafile is built, so tests can point resource lookups at it.
 #pragma once
-#include <allegro.h>
-
-#include <cstring>
-#include <string>
-#include <vector>
+#include "test_support.h"
 
 struct dat_object { std::string name; int type; std::string bytes; };
 

@@ -2,8 +2,6 @@
 // old content kept, and what a failed one leaves.
 #include "platform/durable.h"
 
-#include <cerrno>
-
 #include "test_support.h"
 
 namespace {

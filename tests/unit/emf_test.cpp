@@ -3,24 +3,14 @@
 // rectangle, in its right half a blue ellipse touching that half's sides.
 #include "visual/emf.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "datafile_writer.h"
-#include "fake_clock.h"
 #include "platform/datafile.h"
-#include "platform/display.h"
 #include "platform/metafile.h"
 #include "platform/timer.h"
 #include "test_support.h"
 
 namespace {
-class Emf : public ::testing::Test {
- protected:
+struct Emf : ::testing::Test {
   static void SetUpTestSuite() {
     files = new TempDir;
     picture = files->path("t.emf");
@@ -63,9 +53,8 @@ TEST_F(Emf, EmfSizedFromTheScreenHeightAndShownAsAPicture) {
   // Prepared twice: the file is read again, nothing leaks.
   EXPECT_FALSE(e.prepare() || e.prepare() || !e.bitmap);
 
-  stim* made = _emf("w=0.1 h=0.1");
-  EXPECT_TRUE(made && made->prepare() == 0 && !static_cast<emf*>(made)->bitmap);  // no file: nothing to draw
-  delete made;
+  const std::unique_ptr<stim> made(_emf("w=0.1 h=0.1"));
+  EXPECT_TRUE(made && made->prepare() == 0 && !static_cast<emf*>(made.get())->bitmap);  // no file: nothing to draw
 }
 
 TEST_F(Emf, EmfFailuresAreLogged) {
@@ -153,9 +142,8 @@ TEST_F(Semf, SetFromFilesListsAndTheDatafile) {
     ASSERT_EQ(s.cleanup(), 0);
     EXPECT_EQ(std::make_tuple(s.metafile, semf_emf(0)), std::make_tuple(nullptr, shared));
   }
-  stim* made = _semf("index=0 w=0.1 h=0.1");
+  const std::unique_ptr<stim> made(_semf("index=0 w=0.1 h=0.1"));
   EXPECT_TRUE(made && made->prepare() == 0 && made->cleanup() == 0);
-  delete made;
 
   // The list file next to the program.
   for (auto [list, result, logged] : std::vector<std::tuple<std::string, int, std::string>>{

@@ -1,16 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "engine/stimfile.h"
 #include "platform/timer.h"
 #include "services/config.h"
 #include "services/dict.h"
 #include "services/files.h"
-#include "services/log.h"
 #include "tests/unit/test_support.h"
 
 namespace {

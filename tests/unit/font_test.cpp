@@ -1,11 +1,6 @@
 #include "platform/font.h"
 
-#include <allegro.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <climits>
-#include <set>
 
 #include "tests/unit/test_support.h"
 
@@ -35,8 +30,7 @@ struct Canvas {
   }
 };
 
-class Fonts : public ::testing::Test {
- protected:
+struct Fonts : ::testing::Test {
   void SetUp() override { test_allegro(); ASSERT_EQ(alleg_fonts_init(), 0); }
   void TearDown() override { alleg_fonts_exit(); }
 };

@@ -3,8 +3,6 @@
 // the reaction-key layer reading the pedal.
 #include "input/fuss.h"
 
-#include <gtest/gtest.h>
-
 #include "input/game.h"
 #include "input/taste.h"
 #include "sim_port.h"
@@ -12,8 +10,7 @@
 
 namespace {
 
-class Fuss : public ::testing::Test {
- protected:
+struct Fuss : ::testing::Test {
   void SetUp() override { test_allegro(), fuss_reset(), game_init(static_cast<unsigned short>(0)); }
   void TearDown() override { fuss_reset(), taste_reset(), game_init(static_cast<unsigned short>(0)); }
   TempDir dir;

@@ -1,13 +1,7 @@
 // The sound output's arithmetic on a fake device: where a voice due at a
 // moment lands in the stream, how voices add up, late starts, and the frame
 // clock following a device that runs at its own rate.
-#include <allegro.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstdint>
-#include <string>
-#include <vector>
+#include "test_support.h"
 
 #include "sound/mixer.h"
 
@@ -115,12 +109,10 @@ TEST(Mixer, TheFrameClockKeepsTheDevicesRateThroughNoisyDelayReadings) {
   // The delay a sound server reports wanders (its own estimate, here up to
   // `wander` frames and back over 30 s) while the frames it takes keep
   // their pace; the clock must follow the pace, not the wander, from 2 s on.
-  struct Case {
-    double ppm, jitter_us, step, wander, worst_us;
-  } cases[] = {{0, 0, 1, 0, 25},        {200, 0, 1, 0, 25},       {200, 150, 1, 0, 40},
-               {-200, 150, 1, 0, 40},   {200, 150, 1, 45, 40},    {200, 400, 1, 45, 60},
-               {200, 2000, 176, 0, 150},  // a server taking 4 ms at once, read at any moment
-               {200, 2000, 176, 45, 150}};
+  struct Case { double ppm, jitter_us, step, wander, worst_us; } cases[] = {
+      {0, 0, 1, 0, 25},      {200, 0, 1, 0, 25},     {200, 150, 1, 0, 40}, {-200, 150, 1, 0, 40},
+      {200, 150, 1, 45, 40}, {200, 400, 1, 45, 60},  // and a server taking 4 ms at once, read at any moment:
+      {200, 2000, 176, 0, 150}, {200, 2000, 176, 45, 150}};
   for (const Case& c : cases) {
     const fake_device dev{c.ppm, 120, c.step};
     sound_clock clock;
@@ -155,11 +147,7 @@ TEST(Mixer, TheFrameClockLeavesOutStraysAndFollowsAStreamThatMoved) {
   // µs later than before for `count` observations (one per 2 ms), or the
   // stream was restarted; then the clock either stays on its line or
   // continues from the new one, with the rate it had.
-  struct Case {
-    double shift_us;
-    int count;
-    bool restarted, moved;
-  } cases[] = {
+  struct Case { double shift_us; int count; bool restarted, moved; } cases[] = {
       {30000, 1, false, false},   // one stray observation
       {-8000, 3, false, false},   // a few: a stall, not a move
       {30000, 40, false, true},   // the device ran dry and plays on later

@@ -1,10 +1,6 @@
 // The onset finder of the sound benchmark on synthetic recordings, and the
 // pairing of found tones with scheduled ones.
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstdint>
-#include <vector>
+#include "test_support.h"
 
 #include "tools/onsets.h"
 

@@ -1,27 +1,14 @@
 // The session report: statistics, classification, the table's rows, the HTML
 // page, its directory. The counts of a block run are in the run-loop test.
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cmath>
-#include <string>
-#include <vector>
 
 #include "platform/directory.h"
 #include "services/report.h"
 #include "test_support.h"
 
 namespace {
-
-std::vector<std::string> split(const std::string& text, char sep) {
-  std::vector<std::string> out(1);
-  for (char c : text)
-    if (c == sep) out.emplace_back();
-    else out.back() += c;
-  return out;
-}
 
 size_t occurrences(const std::string& text, const std::string& needle) {
   size_t n = 0;

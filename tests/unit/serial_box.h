@@ -3,11 +3,7 @@
 // always high. A pressed key opens its line. A reading can be made slow by
 // advancing the fake clock.
 #pragma once
-#include <gtest/gtest.h>
 
-#include <string>
-
-#include "fake_clock.h"
 #include "input/serial.h"
 #include "test_support.h"
 
@@ -54,18 +50,9 @@ inline void install() {
 
 // A fresh box on a running fake clock; at the end the port is closed and
 // the device restored.
-class Test : public ::testing::Test {
- protected:
-  void SetUp() override {
-    test_allegro();
-    fake_clock::start();
-    install();
-  }
-  void TearDown() override {
-    serial_done();
-    serial_lines(nullptr);
-    fake_clock::stop();
-  }
+struct Test : ::testing::Test {
+  void SetUp() override { test_allegro(), fake_clock::start(), install(); }
+  void TearDown() override { serial_done(), serial_lines(nullptr), fake_clock::stop(); }
   state& box = serial_box::box();
 };
 

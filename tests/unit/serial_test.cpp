@@ -2,12 +2,7 @@
 // line that follows DTR and RTS, the status byte, failures.
 #include "input/serial.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
 #include <stdexcept>
-#include <string>
-#include <tuple>
 
 #include "serial_box.h"
 #include "test_support.h"

@@ -1,23 +1,12 @@
 // The shape stimulus on a memory bitmap standing in for an 800 x 600 drawing
 // area: figure geometry, colours, outline against solid and hatched fill,
 // size presets, onset and erasing, and the reported failures.
-#include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-#include <tuple>
-#include <vector>
-
-#include "fake_clock.h"
-#include "platform/display.h"
 #include "test_support.h"
 #include "visual/shape.h"
 
 namespace {
-int rgb(int r, int g, int b) { return makecol_depth(16, r, g, b); }
-
-class Shape : public ::testing::Test {
- protected:
+struct Shape : ::testing::Test {
   void TearDown() override { shape_done(); }
   std::unique_ptr<shape> make(const std::string& attrs) {
     stim* s = _shape(attrs.c_str());

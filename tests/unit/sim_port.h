@@ -6,20 +6,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "ports/lpt.h"
 #include "test_support.h"
 
 struct SimPort {
-  struct write {
-    unsigned long long us;
-    int reg;
-    int value;
-  };
+  struct write { unsigned long long us; int reg; int value; };
   SimPort(const TempDir& dir, int n) : n(n), path(dir.path("lpt" + std::to_string(n))) {}
   ~SimPort() { lpt_reset(); }
   std::string arg() const { return "-lpt" + std::to_string(n) + "-device=" + path; }

@@ -1,15 +1,6 @@
 // Pen and LED outputs on a simulated parallel port: line sets, port and
 // mode texts, static and flip-flop switching, reset pulses and dimming.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <map>
-#include <memory>
-#include <string>
-#include <tuple>
-#include <vector>
-
-#include "fake_clock.h"
 #include "screens/led.h"
 #include "screens/stift.h"
 #include "sim_port.h"

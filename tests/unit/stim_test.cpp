@@ -1,8 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-#include <tuple>
+#include "test_support.h"
 
 #include "engine/stim.h"
 #include "services/results.h"

@@ -1,11 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <memory>
-#include <string>
 #include <typeindex>
-#include <utility>
-#include <vector>
 
 #include "engine/stim.h"
 #include "engine/stimfile.h"

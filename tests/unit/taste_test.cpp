@@ -1,11 +1,6 @@
 // The reaction-key layer: one report per press, dead times, the release
 // request, and the keyboard's handling of other keys.
-#include <gtest/gtest.h>
 
-#include <tuple>
-#include <vector>
-
-#include "fake_clock.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
 #include "test_support.h"
@@ -19,8 +14,7 @@ std::vector<int> waiting, put_back;
 const tastatur_device kKeys{[] { return take_key(waiting); }, [](int k) { put_back.push_back(k); }, nullptr, nullptr,
                             nullptr};
 
-class Taste : public ::testing::Test {
- protected:
+struct Taste : ::testing::Test {
   void SetUp() override { test_allegro(), fake_clock::start(), taste_reset(); }
   void TearDown() override { taste_reset(), tastatur_fake(nullptr), fake_clock::stop(); }
   // Runs the clock to test time t, then takes one buffered reading.

@@ -1,18 +1,25 @@
-// Shared fixtures: a scratch directory, an argument vector that outlives the
-// services borrowing it, and the log captured into a file.
+// Shared fixtures: the scratch directory, an argument vector that outlives the
+// services borrowing it, and the log captured into a file. It brings the
+// standard headers the unit tests use (some through the scratch directory's), so
+// they name only the modules they test.
 #pragma once
 #include <allegro.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <map>
 #include <memory>
-#include <sstream>
-#include <string>
-#include <vector>
+#include <set>
+#include <tuple>
+#include <utility>
 
+#include "../scratch.h"
 #include "fake_clock.h"
 #include "platform/display.h"
 #include "platform/utf8.h"
@@ -47,33 +54,14 @@ struct MemoryScreen {
   }
 };
 
+// A colour of the 16-bit memory screens.
+inline int rgb(int r, int g, int b) { return makecol_depth(16, r, g, b); }
+
 // The first of the scripted keys, taken from them; 0 when none is left.
 inline int take_key(std::vector<int>& keys) {
   const int k = keys.empty() ? 0 : keys.front();
   return keys.erase(keys.begin(), keys.begin() + !keys.empty()), k;
 }
-
-inline std::string read_text(const std::string& path) {
-  std::ostringstream s;
-  s << std::ifstream(path, std::ios::binary).rdbuf();
-  return s.str();
-}
-
-// A fresh directory under /tmp, removed with its contents.
-struct TempDir {
-  TempDir() {
-    char tmpl[] = "/tmp/ixmod-unit-XXXXXX";
-    if (!mkdtemp(tmpl)) ADD_FAILURE() << "mkdtemp";
-    dir = tmpl;
-  }
-  ~TempDir() { std::filesystem::remove_all(dir); }
-  std::string path(const std::string& name) const { return dir + "/" + name; }
-  std::string write(const std::string& name, const std::string& text) const {
-    std::ofstream(path(name), std::ios::binary) << text;
-    return path(name);
-  }
-  std::string dir;
-};
 
 // Installs words as the argument vector; "prog" goes first unless the first
 // word is a program path (no leading dash).

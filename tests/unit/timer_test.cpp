@@ -1,8 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <utility>
-
 #include "platform/priority.h"
 #include "platform/timer.h"
 #include "test_support.h"
@@ -14,11 +9,9 @@ uint64_t fake_counter() { return (now_ns += step_ns) - step_ns; }
 const uint64_t kMs = 1000000;
 
 struct Clock : ::testing::Test {
+  // The counter starts at 1000 s: a stamp of 0 means "no stamp yet".
   void SetUp() override {
-    alleg_timer_reset();
-    now_ns = 1000 * 1000 * kMs;  // a stamp of 0 means "no stamp yet"
-    step_ns = 0;
-    alleg_timer_counter(fake_counter);
+    alleg_timer_reset(), now_ns = 1000 * 1000 * kMs, step_ns = 0, alleg_timer_counter(fake_counter);
   }
   void TearDown() override { alleg_timer_reset(); }
   static void ticks(int n) {

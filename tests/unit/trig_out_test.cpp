@@ -1,10 +1,5 @@
 #include "ports/trig_out.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
-#include "fake_clock.h"
 #include "services/config.h"
 #include "services/results.h"
 #include "sim_port.h"
@@ -15,11 +10,11 @@ namespace {
 struct TrigOut : ::testing::Test {
   void SetUp() override { test_allegro(), lpt_reset(), trig_out_reset(), real_clock::start(); }
   void TearDown() override { trig_out_reset(), lpt_reset(), alleg_timer_reset(); }
+  TempDir d;
 };
 }  // namespace
 
 TEST_F(TrigOut, PortAndInversionTextsAreSearchedAsDesigned) {
-  TempDir d;
   SimPort p2(d, 2), p3(d, 3);
   LogCapture log({p2.arg(), p3.arg()});
   // idle: written to the chosen port at start-up (-1 none); of "lpt1 or lpt3" the later wins; com needs its number
@@ -41,7 +36,6 @@ TEST_F(TrigOut, PortAndInversionTextsAreSearchedAsDesigned) {
 }
 
 TEST_F(TrigOut, PulsesCarryTheCodeForTheirWidth) {
-  TempDir d;
   SimPort p(d, 2);
   LogCapture log({p.arg()});
   struct { const char* invert; int on, off; } cases[] = {{"no", 5, 0}, {"yes", 250, 255}};
@@ -60,7 +54,6 @@ TEST_F(TrigOut, PulsesCarryTheCodeForTheirWidth) {
 }
 
 TEST_F(TrigOut, ATriggerFileSeesTheCodeAndTheLinesOnlyTheMarker) {
-  TempDir d;
   SimPort p(d, 1);
   LogCapture log({p.arg()});
   const std::string file = d.path("x.trg");
@@ -77,11 +70,9 @@ TEST_F(TrigOut, ATriggerFileSeesTheCodeAndTheLinesOnlyTheMarker) {
 }
 
 TEST_F(TrigOut, FailuresAreReportedAndLeaveNoOutput) {
-  TempDir d;
   LogCapture log({"-lpt1-device=none"});
   EXPECT_EQ(trig_out_init(trig_out_lpt1, 1, 3000, (d.dir + "/no/such/dir.trg").c_str()), -1);
-  EXPECT_TRUE(log.has("trigfile: No such file or directory"));
-  EXPECT_FALSE(trig_out_saving());
+  EXPECT_TRUE(log.has("trigfile: No such file or directory") && !trig_out_saving());
   EXPECT_EQ(trig_out_init("lpt1", "yes", nullptr), -1);  // undefined port
   EXPECT_TRUE(log.has("lpt/set_port: Invalid argument"));
   trig_out_disable();
@@ -89,13 +80,11 @@ TEST_F(TrigOut, FailuresAreReportedAndLeaveNoOutput) {
 }
 
 TEST_F(TrigOut, DefaultFileNameFollowsTheResultsFile) {
-  TempDir d;
   SimPort p(d, 1);
   LogCapture log({d.path("ixmod"), p.arg(), "-triggerport=none"});
   ASSERT_EQ(trig_out_init(1), 0);
   // No results file: the program's name with extension trg, in its folder.
-  EXPECT_TRUE(log.has("Using " + d.path("ixmod.trg") + " for saving trigger values"));
-  EXPECT_TRUE(trig_out_saving());
+  EXPECT_TRUE(log.has("Using " + d.path("ixmod.trg") + " for saving trigger values") && trig_out_saving());
   trig_out_done();
   ASSERT_EQ(resopen(d.path("r.txt").c_str()), 0);
   ASSERT_EQ(trig_out_init(1), 0);
@@ -128,7 +117,6 @@ TEST_F(TrigOut, ASerialInterfaceGetsTheCodeAndTheRestLevel) {
 }
 
 TEST_F(TrigOut, ASerialPortThatCannotBeUsedIsReported) {
-  TempDir d;
   trigger_box box;
   ASSERT_TRUE(box.ok());
   box.hold();
@@ -147,8 +135,7 @@ TEST_F(TrigOut, ASerialPortThatCannotBeUsedIsReported) {
     LogCapture log(c.args);
     ASSERT_EQ(config_init(), 0);
     EXPECT_EQ(trig_out_init("com1", "yes", nullptr), -1);
-    EXPECT_TRUE(log.has(c.logged)) << log.text();
-    EXPECT_FALSE(log.has("trigger output:")) << log.text();
+    EXPECT_TRUE(log.has(c.logged) && !log.has("trigger output:")) << log.text();
     config_done();
   }
 }

@@ -1,18 +1,12 @@
 // The trigger wait: exact input names, the delay without a trigger, the
 // timed and untimed waits for the second reaction key and for the response
 // box's acknowledge line, and who may stop them.
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <future>
-#include <string>
 #include <thread>
-#include <tuple>
-#include <vector>
 
-#include "fake_clock.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
 #include "input/vok.h"
@@ -34,8 +28,7 @@ int read_key2(int& code) {
 }
 
 // The acknowledge line (status bit 0x40) comes from a box on a simulated LPT1.
-class Trigger : public ::testing::Test {
- protected:
+struct Trigger : ::testing::Test {
   void SetUp() override {
     test_allegro(), fake_clock::start();
     fake_clock::step_ns() = 100000;  // fewer turns of the waiting loops per ms
@@ -43,8 +36,8 @@ class Trigger : public ::testing::Test {
     ASSERT_EQ(vok_init(2, VOK_LPT1, 0), 0);
   }
   void TearDown() override {
-    fake_clock::step_ns() = 2000;
-    trigger_init(TRIGGER_NONE, 0), vok_reset(), taste_reset(), tastatur_fake(nullptr), fake_clock::stop();
+    fake_clock::step_ns() = 2000, trigger_init(TRIGGER_NONE, 0), vok_reset(), taste_reset(), tastatur_fake(nullptr);
+    fake_clock::stop();
   }
   TempDir dir;
   SimPort port{dir, 1};

@@ -3,11 +3,6 @@
 // line, and the reaction-key layer reading the box.
 #include "input/vok.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-
 #include "input/taste.h"
 #include "serial_box.h"
 #include "services/config.h"
@@ -16,8 +11,7 @@
 
 namespace {
 
-class Vok : public serial_box::Test {
- protected:
+struct Vok : serial_box::Test {
   void TearDown() override { config_done(), vok_reset(), taste_reset(), serial_box::Test::TearDown(); }
   TempDir dir;
   SimPort lpt1{dir, 1}, lpt2{dir, 2};

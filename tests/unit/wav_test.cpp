@@ -1,17 +1,9 @@
 // Sound stimuli with recorded voices and speaker relay: playing-until times,
 // speaker selection, the preloaded table, the volume table, list files.
-#include <allegro.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "engine/stimfile.h"
 #include "engine/stimuli.h"
 #include "engine/timing.h"
-#include "fake_clock.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
 #include "sim_port.h"
@@ -47,16 +39,13 @@ std::string wav_file(const TempDir& d, const std::string& name, uint32_t rate, u
   return d.write(name, w + std::string(frames, '\x80'));
 }
 
-class Sound : public ::testing::Test {
- protected:
+struct Sound : ::testing::Test {
   void SetUp() override {
-    test_allegro(), fake_clock::start(), calls.clear();
-    due = 0, late_us = 0, position = -1, free_voices = 1;
+    test_allegro(), fake_clock::start(), calls.clear(), due = 0, late_us = 0, position = -1, free_voices = 1;
     wav_voices(&kVoices), wav_reset();
   }
   void TearDown() override {
-    swav_done(), wav_init(wav_none), lpt_reset(), wav_voices(nullptr), volume_init();
-    fake_clock::stop();
+    swav_done(), wav_init(wav_none), lpt_reset(), wav_voices(nullptr), volume_init(), fake_clock::stop();
   }
   TempDir dir;
   LogCapture log{{dir.path("prog"), "-vol=" + dir.path("prog.vol")}};
@@ -80,8 +69,7 @@ TEST_F(Sound, FileNextToTheProgramPlaysAndRaisesPlayingUntilByItsLength) {
 
   wav missing("datei=nirgends.wav", err);
   EXPECT_EQ(missing.pstime(), 0);
-  EXPECT_TRUE(missing.prepare() == -1 && log.has("nirgends.wav"));
-  EXPECT_TRUE(missing.show() == -1 && log.has("wav_show/sample"));
+  EXPECT_TRUE(missing.prepare() == -1 && log.has("nirgends.wav") && missing.show() == -1 && log.has("wav_show/sample"));
 }
 
 TEST_F(Sound, AVoiceStartedPastItsDueFrameIsReportedWithItsTrial) {
@@ -151,9 +139,7 @@ TEST_F(Sound, ListFilesAndPreloadedSoundsOnReservedVoices) {
   EXPECT_EQ(s.t1, 30);  // the sound's length (b, filled up) and 10 ms
   EXPECT_FALSE(s.preshow() || s.show());
   position = 100;
-  EXPECT_TRUE(s.playing());
-  EXPECT_FALSE(s.hide() || s.playing());
-  EXPECT_TRUE(s.preshow() == -1 && log.has("no voice available"));
+  EXPECT_TRUE(s.playing() && !(s.hide() || s.playing()) && s.preshow() == -1 && log.has("no voice available"));
   EXPECT_EQ(s.cleanup(), 0);  // the table keeps its sample
   EXPECT_EQ(calls, (std::vector<std::string>{"allocate 160", "volume 7 255", "start 7", "stop 7", "deallocate 7",
                                              "allocate 160"}));

@@ -3,15 +3,6 @@
 // same text directly.
 #include "visual/wort.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
-
 #include "platform/font.h"
 #include "test_support.h"
 
@@ -42,8 +33,7 @@ std::unique_ptr<wort> word(const std::string& line) {
   return w;
 }
 
-class WortPicture : public ::testing::Test {
- protected:
+struct WortPicture : ::testing::Test {
   void SetUp() override {
     test_allegro(), set_color_depth(32);
     ASSERT_TRUE(alleg_fonts_init() == 0 && alleg_font_handle(1));  // the TrueType face
