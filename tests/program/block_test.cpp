@@ -12,10 +12,10 @@ using Block = ProgramTest;
 // On an 800 x 600 screen the whole screen is the drawing area: the pause
 // dialogue sits at its bottom, not at that of a 1024 x 768 area.
 TEST_F(Block, PauseAndContinueEliminatesTheTrialAndRestoresTheScreen) {
-  // A figure at the block's start, for 300 ms, tells the participant that
+  // A word at the block's start, for 300 ms, tells the participant that
   // the block has started (start-up after the window is up takes its time).
   dir.write("t.s",
-            "shape t0=0 t1=300 shape=0 color=2 filled=2 size=2;\n"
+            "word t0=0 t1=300 string=Ab\n"
             "null nummer=1 t0=1000 t1=100 kritisch=1\n"
             "null nummer=2 t0=3000 t1=100 kritisch=1\n");
   dir.write("t.cfg", "screen-width = 800\nscreen-height = 600\n");
