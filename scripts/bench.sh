@@ -12,12 +12,7 @@ set -u
 cd "$(dirname "$0")/.."
 repo=$(pwd)
 . scripts/pulse-sink.sh
-work=$(mktemp -d)
-trap 'pulse_stop; rm -rf "$work"' EXIT
-trap 'exit 1' INT TERM
-
-started=$(date +%s)
-echo "ixmod timing benchmark, $(nproc) cores, $(uname -sr)"
+run_start "ixmod timing benchmark"
 sound_output "$work"
 on_display build/ixmod_bench "-log=$work/bench.log" "-lpt1-device=$work/lpt1" "$@" 2>>"$work/stderr"
 on_display build/ixmod_bench_session 2>>"$work/stderr"

@@ -72,3 +72,13 @@ on_display() {
     "$repo/scripts/xvfb-run.sh" "$@"
   fi
 }
+
+# The start of a run of the benchmark or the soak: a scratch folder ($work,
+# removed at exit with the sound server), the start time and a title line.
+run_start() {
+  work=$(mktemp -d)
+  trap 'pulse_stop; rm -rf "$work"' EXIT
+  trap 'exit 1' INT TERM
+  started=$(date +%s)
+  echo "$1, $(nproc) cores, $(uname -sr)"
+}

@@ -10,12 +10,7 @@ set -u
 cd "$(dirname "$0")/.."
 repo=$(pwd)
 . scripts/pulse-sink.sh
-work=$(mktemp -d)
-trap 'pulse_stop; rm -rf "$work"' EXIT
-trap 'exit 1' INT TERM
-
-started=$(date +%s)
-echo "ixmod soak, $(nproc) cores, $(uname -sr)"
+run_start "ixmod soak"
 sound_output "$work"
 minutes=${SOAK_MINUTES:-30}
 kills=${SOAK_KILLS:-20}

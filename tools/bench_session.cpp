@@ -100,13 +100,8 @@ int main(int argc, char** argv) {
     if (sscanf(argv[i], "-trials=%d", &trials) == 1) trials = std::max(5, std::min(trials, kMaxTrials));
     if (strncmp(argv[i], "-program=", 9) == 0) program = argv[i] + 9;
   }
-  if (program.empty()) {
-    char self[4096];
-    const ssize_t len = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (len <= 0) return 1;
-    self[len] = 0;
-    program = std::string(self, static_cast<size_t>(strrchr(self, '/') - self)) + "/ixmod";
-  }
+  program = program_beside_self(program);
+  if (program.empty()) return 1;
   char tmpl[] = "/tmp/ixmod-bench-XXXXXX";
   const char* dir = mkdtemp(tmpl);
   if (!dir) return 1;

@@ -1,11 +1,14 @@
 // What the benchmark's and the soak's sessions share: CLOCK_MONOTONIC in
 // µs, whether a pixel of the root window is lit (the arrow's shaft covers
 // the screen's centre in both directions), when it came on, and a file
-// read whole.
+// read whole; and where the program under test is.
 #pragma once
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <time.h>
+#include <unistd.h>
+
+#include <cstring>
 
 #include <fstream>
 #include <sstream>
@@ -51,6 +54,17 @@ struct pixel_watch {
     return came;
   }
 };
+
+// The program under test: named by -program=, else build/ixmod beside
+// this tool (empty when neither can be told).
+inline std::string program_beside_self(const std::string& named) {
+  if (!named.empty()) return named;
+  char self[4096];
+  const ssize_t len = readlink("/proc/self/exe", self, sizeof self - 1);
+  if (len <= 0) return "";
+  self[len] = 0;
+  return std::string(self, static_cast<size_t>(strrchr(self, '/') - self)) + "/ixmod";
+}
 
 inline std::string read_file(const std::string& name) {
   std::ifstream f(name);

@@ -421,13 +421,8 @@ int main(int argc, char** argv) {
     sscanf(argv[i], "-seed=%u", &seed);
     if (strncmp(argv[i], "-program=", 9) == 0) program = argv[i] + 9;
   }
-  if (program.empty()) {
-    char self[4096];
-    const ssize_t len = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (len <= 0) return 1;
-    self[len] = 0;
-    program = std::string(self, static_cast<size_t>(strrchr(self, '/') - self)) + "/ixmod";
-  }
+  program = program_beside_self(program);
+  if (program.empty()) return 1;
   shared = static_cast<Shared*>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   if (shared == MAP_FAILED) return 1;
   new (shared) Shared();
