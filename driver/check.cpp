@@ -23,6 +23,7 @@
 #include "platform/display.h"
 #include "platform/display_probe.h"
 #include "platform/font.h"
+#include "platform/cpu.h"
 #include "platform/priority.h"
 #include "platform/sound.h"
 #include "platform/timer.h"
@@ -362,11 +363,13 @@ int check_main(int argc, char** argv) {
     paths[0] = strdup(names[0]);
     files_init(1, names, paths);
   }
+  cpu_sample();
   if (alleg_init(1) != 0) {
     rows.push_back({"display", "the graphics library cannot start (no X display?)", fitness::no});
     return finish(rows, report);
   }
   config_init();
+  cpu_pin();
   char reason[ALLEGRO_ERROR_SIZE] = "";
   const bool sound = sound_open(reason, sizeof reason) == 0;
   const int rate = config_int("screen-rate", 60);
@@ -380,6 +383,7 @@ int check_main(int argc, char** argv) {
   }
   const unsigned cls = alleg_get_prio();
   rows.push_back({"priority", class_name(cls), check_priority_fit(cls)});
+  rows.push_back({"cpu", cpu_account(), cpu_alone() ? fitness::warn : fitness::info});
   sound_rows(rows, sound, reason);
   port_rows(rows);
   font_rows(rows);

@@ -14,6 +14,7 @@
 #include "engine/stimuli.h"
 #include "engine/timing.h"
 #include "platform/alleg.h"
+#include "platform/cpu.h"
 #include "platform/directory.h"
 #include "platform/display.h"
 #include "services/argument.h"
@@ -162,8 +163,11 @@ int ixmod_main(int argc, char** argv) {
                   "-help lists the options");
     return -1;
   }
+  cpu_sample();
   if (alleg_init(1) != 0) return -1;
   if (config_init() != 0) return -1;
+  // Before the sound thread starts; the ones alleg_init started are moved.
+  cpu_pin();
   if (alleg_sound_init() != 0) return -1;
   const int rate = config_int("screen-rate", 60);
   const int height = config_int("screen-height", 768);

@@ -269,12 +269,13 @@ int stimuli::run(long start) {
           for (slot* p : {&kritisch_, &fang_, &nicht_kr_}) settle(*p, true);
           if (offer_held() != 0) return -1;
         }
-        sl = slot{s, alleg_get_timer() + s->showtime(), a.index, -1, false};
+        const long estimate = alleg_get_timer() + s->showtime();
+        sl = slot{s, estimate, static_cast<unsigned long long>(estimate) * 1000u, a.index, -1, false};
         unsigned long long onset_us = 0;
         const int told = s->onset_us(onset_us);
-        if (told == 1) sl.onset = static_cast<long>(onset_us / 1000);
+        if (told == 1) sl.onset = static_cast<long>(onset_us / 1000), sl.onset_us = onset_us;
         sl.pending = told == 0;
-        tr.onset_us = sl.pending ? 0 : told == 1 ? onset_us : static_cast<uint64_t>(sl.onset) * 1000u;
+        tr.onset_us = sl.pending ? 0 : sl.onset_us;
         sl.record = timing_add(tr);
         continue;
       }
@@ -353,10 +354,11 @@ void stimuli::settle(slot& sl, bool force) {
   unsigned long long us = 0;
   if (sl.s->onset_us(us) == 1) {
     sl.onset = static_cast<long>(us / 1000);
+    sl.onset_us = us;
   } else if (force) {
     alleg_warning("trial %d: onset not told by the display or sound, taken from the call",
                   static_cast<int>(sl.s->nummer));
-    us = static_cast<unsigned long long>(sl.onset) * 1000u;
+    us = sl.onset_us;
   } else {
     return;
   }
@@ -368,9 +370,10 @@ int stimuli::offer_held() {
   while (n_held_ > 0) {
     int key = held_[0].key;
     const long time = held_[0].time;
+    const unsigned long long us = held_[0].time_us;
     for (int i = 1; i < n_held_; ++i) held_[i - 1] = held_[i];
     --n_held_;
-    if (idle_mit_reak(key, time) || idle_ohne_reak(key, time) || idle_nicht_kr(key, time)) return -1;
+    if (idle_mit_reak(key, time, us) || idle_ohne_reak(key, time, us) || idle_nicht_kr(key, time, us)) return -1;
   }
   return 0;
 }
@@ -386,11 +389,17 @@ bool stimuli::settle_all(long now) {
   return pending;
 }
 
-int stimuli::offer(slot& sl, int& key, long time) {
+long reaction_ms(long time, long onset, unsigned long long time_us, unsigned long long onset_us) {
+  if (time_us == 0 || onset_us == 0) return time - onset;
+  const long long d = static_cast<long long>(time_us - onset_us);
+  return static_cast<long>(d >= 0 ? (d + 500) / 1000 : -((-d + 499) / 1000));
+}
+
+int stimuli::offer(slot& sl, int& key, long time, unsigned long long time_us) {
   if (!sl.s) return 0;
   stim* s = sl.s;
   if (sl.pending) return s->idle();
-  const long rt = time - sl.onset;
+  const long rt = reaction_ms(time, sl.onset, time_us, sl.onset_us);
   if (rt > s->maxreak()) {
     sl = slot{};
     return 0;
@@ -425,22 +434,29 @@ void stimuli::report(session_report& rep, int block) const {
   }
 }
 
-int stimuli::idle_mit_reak(int& key, long time) { return offer(kritisch_, key, time); }
-int stimuli::idle_ohne_reak(int& key, long time) { return offer(fang_, key, time); }
-int stimuli::idle_nicht_kr(int& key, long time) { return offer(nicht_kr_, key, time); }
+int stimuli::idle_mit_reak(int& key, long time, unsigned long long time_us) {
+  return offer(kritisch_, key, time, time_us);
+}
+int stimuli::idle_ohne_reak(int& key, long time, unsigned long long time_us) {
+  return offer(fang_, key, time, time_us);
+}
+int stimuli::idle_nicht_kr(int& key, long time, unsigned long long time_us) {
+  return offer(nicht_kr_, key, time, time_us);
+}
 
 int stimuli::idle() {
   int key = 0;
   long time = 0;
   if (taste_buffered(key, time) != 0) return -1;
+  const unsigned long long us = taste_time_us();
   // A press is compared with the onsets once they are all known, in the
   // order the presses came.
   if (settle_all(alleg_get_timer()) || n_held_ > 0) {
-    if (key != 0 && n_held_ < kHeld) held_[n_held_++] = press{key, time};
+    if (key != 0 && n_held_ < kHeld) held_[n_held_++] = press{key, time, us};
     key = 0;
     if (!settle_all(alleg_get_timer()) && offer_held() != 0) return -1;
   }
-  if (idle_mit_reak(key, time) || idle_ohne_reak(key, time) || idle_nicht_kr(key, time)) return -1;
+  if (idle_mit_reak(key, time, us) || idle_ohne_reak(key, time, us) || idle_nicht_kr(key, time, us)) return -1;
   long t;
   if (taste_please(t)) return please(t);
   if (const int sig = signals_stop_once()) {

@@ -25,6 +25,11 @@ struct aktion {
 // Earlier due time first; at equal due times preshow, then show, then hide.
 int aktionen_sort(const void* a, const void* b);
 
+// A reaction time in whole ms: the press's and the onset's microsecond times
+// apart, rounded (half a ms up); from the whole-ms times where either is not
+// known in microseconds.
+long reaction_ms(long time, long onset, unsigned long long time_us, unsigned long long onset_us);
+
 class stimuli {
  public:
   stimuli();
@@ -51,9 +56,9 @@ class stimuli {
   virtual int idle();
   virtual int stopped();
   virtual int please(long t);
-  virtual int idle_mit_reak(int& key, long time);
-  virtual int idle_ohne_reak(int& key, long time);
-  virtual int idle_nicht_kr(int& key, long time);
+  virtual int idle_mit_reak(int& key, long time, unsigned long long time_us);
+  virtual int idle_ohne_reak(int& key, long time, unsigned long long time_us);
+  virtual int idle_nicht_kr(int& key, long time, unsigned long long time_us);
   virtual void info() const;
 
   stim* stimulus(int i);
@@ -80,11 +85,12 @@ class stimuli {
   struct slot {
     stim* s;
     long onset;
+    unsigned long long onset_us;  // the same on the test clock in us
     int index;
     int record;  // its show in the timing trace, -1 for none
     bool pending;
   };
-  int offer(slot& sl, int& key, long time);
+  int offer(slot& sl, int& key, long time, unsigned long long time_us);
   void clear_tracking();
   int build_schedule(long start);
   // Takes a pending onset once known; force takes the estimate instead.
@@ -108,6 +114,7 @@ class stimuli {
   struct press {
     int key;
     long time;
+    unsigned long long time_us;
   };
   static const int kHeld = 16;
   press held_[kHeld];

@@ -13,13 +13,16 @@ std::atomic<int> arrows_{0};
 bool counting_ = false;
 
 // Runs for every key going down or up (0x80 set) as the input is taken in.
-void count_arrows(int scancode) {
+void key_event(int scancode) {
+  if ((scancode & 0x80) == 0) display_key_down();
+  if (!counting_) return;
   if (scancode == KEY_RIGHT) ++arrows_;
   if (scancode == KEY_LEFT) --arrows_;
 }
 }  // namespace
 
 int tastatur_init() {
+  if (keyboard_driver) keyboard_lowlevel_callback = key_event;
   alleg_noreal();
   return 0;
 }
@@ -66,7 +69,7 @@ int tastatur_mouse(int& x, int& y) {
 int tastatur_arrows() {
   if (fake_) return fake_->arrows ? fake_->arrows() : 0;
   if (!counting_ && keyboard_driver) {
-    keyboard_lowlevel_callback = count_arrows;
+    keyboard_lowlevel_callback = key_event;
     counting_ = true;
   }
   display_poll_input();
@@ -92,5 +95,7 @@ int tastatur_read(int& code) {
   for (int i = 0; i < n; ++i) tastatur_unget(others[i]);
   return 0;
 }
+
+bool tastatur_press_latest(unsigned long long& test_us) { return !fake_ && display_key_press_latest(test_us); }
 
 void tastatur_fake(const tastatur_device* device) { fake_ = device; }

@@ -24,6 +24,11 @@ int tastatur_mouse(int& x, int& y);
 // last call. Counted as the keys go down, whoever reads the key buffer.
 int tastatur_arrows();
 
+// The latest moment (test clock, us) the keys taken in since the last call
+// can have gone down, as the X server stamped them; false where that is not
+// known for every one of them.
+bool tastatur_press_latest(unsigned long long& test_us);
+
 // Test seam: keys and buttons come from these functions (null: the devices).
 // key() returns the next waiting key or 0; unget receives keys put back.
 struct tastatur_device {

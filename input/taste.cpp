@@ -18,6 +18,7 @@ long dead_time_ = 200;
 int enabled_ = 1;
 int state_ = 0;
 long state_time_ = 0;
+unsigned long long now_us_ = 0;
 int release_request_ = 0;
 int (*fake_)(int&) = nullptr;
 
@@ -73,7 +74,14 @@ int taste_buffered(int& code, long& now) {
     return 0;
   }
   now = alleg_get_timer();
+  now_us_ = alleg_get_utimer();
   if (taste_read(code) != 0) return -1;
+  // A key found late (the loop was busy, the server slow to pass it on)
+  // keeps the time the X server's stamp allows at the latest.
+  unsigned long long latest = 0;
+  if (code != 0 && type_ == TASTE_TASTATUR && tastatur_press_latest(latest)) {
+    if (latest < now_us_) now_us_ = latest;
+  }
   switch (state_) {
     case 0:
       if (code != 0 && type_ != TASTE_TASTATUR) {
@@ -111,6 +119,8 @@ int taste_buffered(int& code, long& now) {
   }
   return 0;
 }
+
+unsigned long long taste_time_us() { return now_us_; }
 
 int taste_please(long& time) {
   time = state_time_;

@@ -16,6 +16,9 @@ int taste_init(int keys, long dead_time, int arg);
 
 int taste_read(int& code);
 int taste_buffered(int& code, long& now);
+// The test clock in microseconds at the reading that gave taste_buffered's
+// last time: a reaction time is rounded from it, not from whole ms.
+unsigned long long taste_time_us();
 int taste_please(long& time);
 void taste_enable();
 void taste_disable();

@@ -15,6 +15,7 @@
 #include <allegro/platform/aintunix.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <mutex>
@@ -118,11 +119,54 @@ unsigned present_locked(unsigned long long msc, int tag) {
   return f;
 }
 
+// The latest moment, on CLOCK_MONOTONIC, a key taken in by the last input
+// pass can have gone down (0: none, or not known for every key the pass
+// took in); the presses the pass saw stamped, and the ones Allegro took.
+unsigned long long key_latest_us_ = 0;
+int keys_stamped_ = 0;
+// Counted from Allegro's keyboard callback, which may also run elsewhere.
+std::atomic<int> keys_taken_{0};
+
+// How far behind the kernel's coarse clock may lag: a server that stamps
+// from it is up to one of its steps late (it does where a step is at most
+// 1 ms; else it reads the exact clock).
+unsigned long long coarse_margin_us() {
+  timespec res{};
+  if (clock_getres(CLOCK_MONOTONIC_COARSE, &res) != 0 || res.tv_sec > 0 || res.tv_nsec > 1000000) return 0;
+  return static_cast<unsigned long long>(res.tv_nsec) / 1000u;
+}
+
+Bool note_key(Display*, XEvent* e, XPointer latest) {
+  if (e->type == KeyPress) {
+    static const unsigned long long margin = coarse_margin_us();
+    unsigned long long at = 0;
+    if (display_key_latest(static_cast<uint32_t>(e->xkey.time), alleg_system_us(), margin, at)) {
+      *reinterpret_cast<unsigned long long*>(latest) = std::max(*reinterpret_cast<unsigned long long*>(latest), at);
+      ++keys_stamped_;
+    }
+  }
+  return False;
+}
+
 // Allegro's input pass, run under its X lock. Only the thread that took the
 // input over reads events; Allegro's background thread, which would take
-// them every 10 ms and hold the lock for a round trip, passes.
+// them every 10 ms and hold the lock for a round trip, passes. The server's
+// stamps of the key presses are noted before Allegro takes the events.
 void input_pass() {
-  if (pthread_equal(pthread_self(), input_thread_)) _xwin_private_handle_input();
+  if (!pthread_equal(pthread_self(), input_thread_)) return;
+  Display* d = allegro_display();
+  unsigned long long latest = 0;
+  keys_stamped_ = 0;
+  keys_taken_ = 0;
+  if (XEventsQueued(d, QueuedAfterReading) > 0) {
+    XEvent e;
+    XCheckIfEvent(d, &e, note_key, reinterpret_cast<XPointer>(&latest));
+  }
+  _xwin_private_handle_input();
+  // A key that came while Allegro synced with the server was not seen here;
+  // its stamp is unknown, and the pass's latest moment would be too early.
+  const int taken = keys_taken_;
+  if (taken > 0) key_latest_us_ = taken <= keys_stamped_ ? latest : 0;
 }
 
 bool drm_open() {
@@ -350,7 +394,28 @@ void display_poll_input() {
   }
 }
 
+bool display_key_latest(uint32_t server_ms, unsigned long long mono_us, unsigned long long margin_us,
+                        unsigned long long& latest_us) {
+  // X time is ms in 32 bits: the stamp is taken as the last moment of that
+  // ms that lies at most a second back from now.
+  const uint32_t back = static_cast<uint32_t>(mono_us / 1000u) - server_ms;
+  if (back > 1000u || mono_us / 1000u < back) return false;
+  latest_us = (mono_us / 1000u - back) * 1000u + 1000u + margin_us;
+  return true;
+}
+
+void display_key_down() { ++keys_taken_; }
+
+bool display_key_press_latest(unsigned long long& test_us) {
+  const unsigned long long at = key_latest_us_;
+  key_latest_us_ = 0;
+  if (at == 0) return false;
+  test_us = alleg_utimer_at(at);
+  return true;
+}
+
 void display_take_input() {
+  key_latest_us_ = 0;
   if (!allegro_on_x() || input_taken_) return;
   input_thread_ = pthread_self();
   _xwin_input_handler = input_pass;
@@ -358,6 +423,7 @@ void display_take_input() {
 }
 
 void display_release_input() {
+  key_latest_us_ = 0;
   if (!input_taken_) return;
   _xwin_input_handler = nullptr;
   input_taken_ = false;

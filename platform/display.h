@@ -3,6 +3,7 @@
 // the retrace wait, the refresh rate, the screen saver and a pointer nudge.
 // Everything here is a no-op without an X display.
 #pragma once
+#include <cstdint>
 #include "platform/present.h"
 
 // Opens a second X connection of the program's own; 0 also without X.
@@ -54,6 +55,20 @@ long display_onset_delay();
 bool display_composited();
 // Takes in pending X input events (keys, mouse) now.
 void display_poll_input();
+// The latest moment a key the X server stamped server_ms can have gone
+// down, on CLOCK_MONOTONIC (us): the end of that ms plus margin_us (a server
+// stamping from the coarse clock lags by up to one of its steps). False
+// where the stamp is not of this machine's CLOCK_MONOTONIC within the last
+// second before mono_us (a server elsewhere, a clock of its own).
+bool display_key_latest(uint32_t server_ms, unsigned long long mono_us, unsigned long long margin_us,
+                        unsigned long long& latest_us);
+// The latest moment (test clock, us) any key press taken in since the last
+// call can have gone down, as the X server stamped it; false where none was
+// stamped. Only while the input is taken (display_take_input), since only
+// then does every event pass the place where the stamps are read.
+bool display_key_press_latest(unsigned long long& test_us);
+// Allegro took a key down in (from its low-level keyboard callback).
+void display_key_down();
 // From now on X input is taken in only when the calling thread polls, never
 // by the graphics library's background thread: a key waits in the socket
 // for the next poll instead of for the background thread's next turn.

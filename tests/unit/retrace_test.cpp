@@ -67,3 +67,30 @@ TEST(Retrace, BlanksFoundFromThoseTold) {
   EXPECT_DOUBLE_EQ(c.period_us(), 1e6 / 60);
   EXPECT_EQ(c.ust_of(6), 3016667u);
 }
+
+// A key's X stamp bounds when it went down: the end of its ms, plus the
+// coarse clock's step, on CLOCK_MONOTONIC within the last second only.
+TEST(KeyStamp, LatestMomentFromTheServersMillisecond) {
+  const unsigned long long now = 5000000123ull;  // 5000000.123 ms
+  const uint64_t wrap = 1ull << 32;
+  const struct { uint32_t stamp; unsigned long long mono_us, margin_us; bool told; unsigned long long latest; } kCases[] = {
+      {5000000u, now, 0, true, 5000001000ull},  // this ms
+      {4999998u, now, 0, true, 4999999000ull},
+      {4999998u, now, 1000, true, 5000000000ull},  // a server on the coarse clock
+      {4999000u, now, 0, true, 4999001000ull},     // a second back
+      {4998999u, now, 0, false, 0},                // more: a clock of its own
+      {5000001u, now, 0, false, 0},                // ahead of ours
+      {static_cast<uint32_t>(wrap - 1), (wrap + 3) * 1000, 0, true, wrap * 1000},  // across the wrap
+      {static_cast<uint32_t>(wrap - 5), 3000, 0, false, 0},  // before the clock began
+  };
+  for (const auto& c : kCases) {
+    unsigned long long latest = 0;
+    EXPECT_EQ(display_key_latest(c.stamp, c.mono_us, c.margin_us, latest), c.told) << c.stamp;
+    if (c.told) {
+      EXPECT_EQ(latest, c.latest) << c.stamp;
+    }
+  }
+  // Without a display no key is ever stamped.
+  unsigned long long at = 0;
+  EXPECT_FALSE(display_key_press_latest(at));
+}

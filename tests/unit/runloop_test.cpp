@@ -227,3 +227,17 @@ TEST_F(LateOnset, PressesCountFromTheOnsetTold) {
   EXPECT_EQ(shows, 2);
 }
 }  // namespace
+
+namespace {
+// A reaction time is the press's and the onset's microseconds apart, rounded
+// half up; whole ms only where either is not known in microseconds.
+TEST(ReactionTime, RoundedFromMicroseconds) {
+  const struct { long time, onset; unsigned long long time_us, onset_us; long want; } kCases[] = {
+      {420, 116, 420000, 116400, 304}, {420, 116, 420499, 116000, 304}, {420, 116, 420500, 116000, 305},
+      {116, 116, 116000, 116500, 0},   {116, 116, 116000, 116501, -1},  {420, 116, 0, 116400, 304},
+      {421, 116, 421900, 0, 305},
+  };
+  for (const auto& c : kCases)
+    EXPECT_EQ(reaction_ms(c.time, c.onset, c.time_us, c.onset_us), c.want) << c.time_us << " " << c.onset_us;
+}
+}  // namespace

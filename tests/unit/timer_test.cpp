@@ -1,3 +1,4 @@
+#include "platform/cpu.h"
 #include "platform/priority.h"
 #include "platform/timer.h"
 #include "test_support.h"
@@ -103,4 +104,26 @@ TEST(Priority, SwitchedAwayGoesDownOnlyAsFarAsItCanComeBack) {
       {HIGH_PRIORITY_CLASS, 20, 0, false, LOWER_BATCH},  {NORMAL_PRIORITY_CLASS, 0, 0, true, LOWER_IDLE},
       {REALTIME_PRIORITY_CLASS, 20, 99, false, LOWER_IDLE}, {REALTIME_PRIORITY_CLASS, 40, 0, false, LOWER_NONE}};
   for (const auto& c : kCases) EXPECT_EQ(alleg_lowering(c.cls, c.nice, c.rtprio, c.cap), c.want) << c.cls << " " << c.nice;
+}
+
+// The program keeps to the allowed core that was idle longest between two
+// readings of /proc/stat; a tie goes to the higher number.
+TEST(Cpu, TheLeastBusyAllowedCoreIsChosen) {
+  const cpu_times before = cpu_parse_stat(
+      "cpu  30 0 30 300 0 0 0 0 0 0\ncpu0 10 0 10 100 0 0 0 0 0 0\ncpu1 10 0 10 100 0 0 0 0 0 0\n"
+      "cpu2 10 0 10 100 0 0 0 0 0 0\nintr 5 0\n");
+  ASSERT_EQ(before.total.size(), 3u);
+  EXPECT_EQ(before.total[1], 120u);
+  const cpu_times after = cpu_parse_stat(
+      "cpu  0 0 0 0 0 0 0 0 0 0\ncpu0 10 0 10 110 0 0 0 0 0 0\ncpu1 15 0 10 104 1 0 0 0 0 0\n"
+      "cpu2 20 0 10 100 0 0 0 0 0 0\n");
+  const struct { std::vector<int> allowed; int want; } kCases[] = {
+      {{0, 1, 2}, 0},  // idle 10, 5 (iowait counts as idle), 0
+      {{1, 2}, 1},
+      {{2}, -1},       // nothing to choose
+      {{1, 7}, 1},     // a core missing from the readings counts as never idle
+  };
+  for (const auto& c : kCases) EXPECT_EQ(cpu_least_busy(before, after, c.allowed), c.want) << c.allowed.size();
+  const cpu_times same = cpu_parse_stat("cpu0 1 0 1 10 0 0 0 0\ncpu1 1 0 1 10 0 0 0 0\n");
+  EXPECT_EQ(cpu_least_busy(same, same, {0, 1}), 1);
 }
