@@ -104,6 +104,9 @@ void participant() {
       }
     } else if (phase == SEND) {
       const KeyCode code = XKeysymToKeycode(d, XStringToKeysym("1"));
+      // The extension is looked up at its first use: not inside a press.
+      int ev, err, major, minor;
+      XTestQueryExtension(d, &ev, &err, &major, &minor);
       const unsigned long long start = mono_ns();
       for (int i = 0; i < shared->keys && shared->phase.load() == SEND; ++i) {
         const unsigned long long at = start + static_cast<unsigned long long>(i) * shared->key_gap_ms * 1000000ull;
