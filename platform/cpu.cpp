@@ -162,5 +162,10 @@ int cpu_pin() {
   return cpu;
 }
 
+void cpu_yield() {
+  if (getenv("IXMOD_NOYIELD")) return;
+  sched_yield();
+}
+
 const std::string& cpu_account() { return account_; }
 bool cpu_alone() { return alone_; }

@@ -25,6 +25,8 @@ void cpu_sample();
 // one CPU as config key "cpu" says: auto (the least busy since cpu_sample),
 // a CPU number, or none. Logged once. The CPU, or -1 where none was chosen.
 int cpu_pin();
+// Lets any other thread that is ready to run on this core run first.
+void cpu_yield();
 // What cpu_pin did, in words, and whether the machine left it a choice.
 const std::string& cpu_account();
 bool cpu_alone();
