@@ -14,6 +14,7 @@
 //   keys: from a key sent through XTEST by a second process to the moment
 //     the reaction-key layer reports it.
 // Both processes take their times from CLOCK_MONOTONIC. Figures in µs.
+#include <sched.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
@@ -43,6 +44,7 @@
 #include "engine/timing.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
+#include "platform/cpu.h"
 #include "platform/alleg.h"
 #include "platform/display.h"
 #include "platform/priority.h"
@@ -361,6 +363,12 @@ struct Load {
     if (pid == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       setpriority(PRIO_PROCESS, 0, 0);
+      // Free to run anywhere, as another program would, not on the core the
+      // program under test keeps to.
+      cpu_set_t any;
+      CPU_ZERO(&any);
+      for (int c = 0; c < CPU_SETSIZE; ++c) CPU_SET(c, &any);
+      sched_setaffinity(0, sizeof any, &any);
       for (volatile unsigned long i = 0;; i = i + 1) {
       }
     }
@@ -478,7 +486,10 @@ int main(int argc, char** argv) {
   if (child == 0) participant();
 
   argument_init(argc, const_cast<const char**>(argv));
-  if (alleg_init(1) != 0 || alleg_sound_init() != 0 || alleg_gfx(16, 1024, 768, 1024, 768, 60) != 0) {
+  // The processor as the program chooses it (config key cpu, default auto).
+  cpu_sample();
+  if (alleg_init(1) != 0 || cpu_pin() < -1 || alleg_sound_init() != 0 ||
+      alleg_gfx(16, 1024, 768, 1024, 768, 60) != 0) {
     fprintf(stderr, "bench: the display could not be set up\n");
     return 1;
   }
