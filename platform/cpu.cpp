@@ -17,6 +17,9 @@ namespace {
 cpu_times first_;
 timespec first_at_{};
 std::string account_ = "not chosen yet";
+int kept_ = -1;            // the core the program keeps to, -1 none
+cpu_set_t start_mask_;     // the cores allowed at start-up
+bool spread_ = false;
 bool alone_ = false;
 
 // The reading spans at least this long: /proc/stat counts in 10 ms ticks.
@@ -36,10 +39,9 @@ cpu_times read_stat() {
 
 std::vector<int> allowed_cpus() {
   std::vector<int> cpus;
-  cpu_set_t set;
-  if (sched_getaffinity(0, sizeof set, &set) != 0) return cpus;
+  if (sched_getaffinity(0, sizeof start_mask_, &start_mask_) != 0) return cpus;
   for (int c = 0; c < CPU_SETSIZE; ++c)
-    if (CPU_ISSET(c, &set)) cpus.push_back(c);
+    if (CPU_ISSET(c, &start_mask_)) cpus.push_back(c);
   return cpus;
 }
 
@@ -50,10 +52,7 @@ long ms_since(const timespec& t0) {
 }
 
 // Every thread there is now; the ones started later inherit the mask.
-int pin_all(int cpu) {
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  CPU_SET(cpu, &set);
+int set_all(const cpu_set_t& set) {
   int err = 0;
   if (DIR* d = opendir("/proc/self/task")) {
     while (dirent* e = readdir(d)) {
@@ -64,6 +63,13 @@ int pin_all(int cpu) {
   }
   if (sched_setaffinity(0, sizeof set, &set) != 0 && !err) err = errno;
   return err;
+}
+
+int pin_all(int cpu) {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  CPU_SET(cpu, &set);
+  return set_all(set);
 }
 
 void say(const std::string& text) {
@@ -159,7 +165,21 @@ int cpu_pin() {
     return -1;
   }
   say("the program keeps to CPU " + std::to_string(cpu) + of + ", " + how);
+  kept_ = cpu;
+  spread_ = false;
   return cpu;
+}
+
+void cpu_spread(bool spread) {
+  if (kept_ < 0 || spread == spread_) return;
+  if (spread) {
+    if (set_all(start_mask_) != 0) return;
+    alleg_message("cpu: every core allowed again while real-time (a spinning loop would starve the rest)");
+  } else {
+    if (pin_all(kept_) != 0) return;
+    alleg_message("cpu: back on CPU %d", kept_);
+  }
+  spread_ = spread;
 }
 
 void cpu_yield() {

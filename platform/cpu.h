@@ -25,6 +25,11 @@ void cpu_sample();
 // one CPU as config key "cpu" says: auto (the least busy since cpu_sample),
 // a CPU number, or none. Logged once. The CPU, or -1 where none was chosen.
 int cpu_pin();
+// At real-time priority the threads go back to every core allowed at
+// start-up: a loop spinning at real-time priority would starve the others
+// on its one core. Back on the one core with spread false. Nothing where
+// the program keeps to no core.
+void cpu_spread(bool spread);
 // Lets any other thread that is ready to run on this core run first.
 void cpu_yield();
 // What cpu_pin did, in words, and whether the machine left it a choice.

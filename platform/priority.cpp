@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/cpu.h"
 #include "services/config.h"
 #include "services/log.h"
 
@@ -113,6 +114,7 @@ int alleg_prio(unsigned cls) {
     alleg_warning("SetPriorityClass(%d) failed with error %d", static_cast<int>(cls), err);
     return 0;
   }
+  cpu_spread(cls == REALTIME_PRIORITY_CLASS);
   // Real-time threads must not wait on page faults; other classes let go.
   if (cls == REALTIME_PRIORITY_CLASS) {
     if (mlockall(MCL_CURRENT | MCL_FUTURE) != 0) alleg_warning("mlockall failed with error %d", errno);
