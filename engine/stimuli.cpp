@@ -15,7 +15,6 @@
 #include "engine/timing.h"
 #include "input/taste.h"
 #include "input/tastatur.h"
-#include "platform/cpu.h"
 #include "platform/alleg.h"
 #include "platform/display.h"
 #include "platform/font.h"
@@ -28,14 +27,6 @@
 #include "services/log.h"
 #include "services/report.h"
 #include "sound/wav.h"
-
-namespace {
-// Waiting for an action further off than this, the loop lets any other
-// thread that wants its core run first (the X server with a key, the sound
-// server): the key keeps the time the server stamped, and the action is not
-// put off by it.
-const long kYieldMarginMs = 2;
-}  // namespace
 
 namespace {
 const int kMaxStimuli = 3000;
@@ -251,7 +242,6 @@ int stimuli::run(long start) {
           now > kritisch_.onset + s->reakzeit + s->fadetime())
         break;
       late = now - due;
-      if (slack + late < -kYieldMarginMs) cpu_yield();
     }
     while (alleg_get_timer() < due) {
     }
@@ -304,10 +294,8 @@ int stimuli::run(long start) {
 
   // Wait out the open reaction windows; a poll may empty the slot.
   for (slot* sl : {&kritisch_, &fang_}) {
-    while (r == 0 && sl->s && sl->s->reaktion == 0 && alleg_get_timer() < sl->onset + sl->s->maxreak()) {
+    while (r == 0 && sl->s && sl->s->reaktion == 0 && alleg_get_timer() < sl->onset + sl->s->maxreak())
       r = idle();
-      cpu_yield();
-    }
   }
   if (r == 0 && n_held_ > 0) {
     for (slot* sl : {&kritisch_, &fang_, &nicht_kr_}) settle(*sl, true);

@@ -182,10 +182,5 @@ void cpu_spread(bool spread) {
   spread_ = spread;
 }
 
-void cpu_yield() {
-  if (getenv("IXMOD_NOYIELD")) return;
-  sched_yield();
-}
-
 const std::string& cpu_account() { return account_; }
 bool cpu_alone() { return alone_; }

@@ -30,8 +30,6 @@ int cpu_pin();
 // on its one core. Back on the one core with spread false. Nothing where
 // the program keeps to no core.
 void cpu_spread(bool spread);
-// Lets any other thread that is ready to run on this core run first.
-void cpu_yield();
 // What cpu_pin did, in words, and whether the machine left it a choice.
 const std::string& cpu_account();
 bool cpu_alone();
