@@ -239,7 +239,7 @@ int stimuli::run(long start) {
       }
       const long now = alleg_get_timer();
       if (last_hide && s->fadetime() != 0 && s->reaktion >= 1 && s->t1 >= 1 &&
-          now > kritisch_.onset + s->reakzeit + s->fadetime())
+          now > kritisch_.onset() + s->reakzeit + s->fadetime())
         break;
       late = now - due;
     }
@@ -270,10 +270,10 @@ int stimuli::run(long start) {
           if (offer_held() != 0) return -1;
         }
         const long estimate = alleg_get_timer() + s->showtime();
-        sl = slot{s, estimate, static_cast<unsigned long long>(estimate) * 1000u, a.index, -1, false};
+        sl = slot{s, static_cast<unsigned long long>(estimate) * 1000u, a.index, -1, false};
         unsigned long long onset_us = 0;
         const int told = s->onset_us(onset_us);
-        if (told == 1) sl.onset = static_cast<long>(onset_us / 1000), sl.onset_us = onset_us;
+        if (told == 1) sl.onset_us = onset_us;
         sl.pending = told == 0;
         tr.onset_us = sl.pending ? 0 : sl.onset_us;
         sl.record = timing_add(tr);
@@ -294,7 +294,7 @@ int stimuli::run(long start) {
 
   // Wait out the open reaction windows; a poll may empty the slot.
   for (slot* sl : {&kritisch_, &fang_}) {
-    while (r == 0 && sl->s && sl->s->reaktion == 0 && alleg_get_timer() < sl->onset + sl->s->maxreak())
+    while (r == 0 && sl->s && sl->s->reaktion == 0 && alleg_get_timer() < sl->onset() + sl->s->maxreak())
       r = idle();
   }
   if (r == 0 && n_held_ > 0) {
@@ -353,7 +353,6 @@ void stimuli::settle(slot& sl, bool force) {
   if (!sl.s || !sl.pending) return;
   unsigned long long us = 0;
   if (sl.s->onset_us(us) == 1) {
-    sl.onset = static_cast<long>(us / 1000);
     sl.onset_us = us;
   } else if (force) {
     alleg_warning("trial %d: onset not told by the display or sound, taken from the call",
@@ -383,7 +382,7 @@ bool stimuli::settle_all(long now) {
   for (slot* sl : {&kritisch_, &fang_, &nicht_kr_}) {
     settle(*sl, false);
     // Two frames late at the most; an onset not told by then never will be.
-    if (sl->pending && now > sl->onset + 250) settle(*sl, true);
+    if (sl->pending && now > sl->onset() + 250) settle(*sl, true);
     pending = pending || sl->pending;
   }
   return pending;
@@ -399,7 +398,7 @@ int stimuli::offer(slot& sl, int& key, long time, unsigned long long time_us) {
   if (!sl.s) return 0;
   stim* s = sl.s;
   if (sl.pending) return s->idle();
-  const long rt = reaction_ms(time, sl.onset, time_us, sl.onset_us);
+  const long rt = reaction_ms(time, sl.onset(), time_us, sl.onset_us);
   if (rt > s->maxreak()) {
     sl = slot{};
     return 0;

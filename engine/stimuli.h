@@ -84,11 +84,11 @@ class stimuli {
   // the call's own estimate, and presses wait in the block's queue.
   struct slot {
     stim* s;
-    long onset;
-    unsigned long long onset_us;  // the same on the test clock in us
+    unsigned long long onset_us;  // on the test clock
     int index;
     int record;  // its show in the timing trace, -1 for none
     bool pending;
+    long onset() const { return static_cast<long>(onset_us / 1000); }
   };
   int offer(slot& sl, int& key, long time, unsigned long long time_us);
   void clear_tracking();
