@@ -144,17 +144,32 @@ TEST_F(Led, HalfOnTimeLightsTheFirstHalfOfEveryMillisecond) {
     cycles += was && !l.lit;
   }
   ASSERT_EQ(l.hide(), 0);
-  // The first cycle begins at show. The on-times of the others fall in
-  // 10 µs bins: preemption of the test scatters the delayed cycles, the
-  // undisturbed ones pile up in the bin of the true on-time.
+  // The first cycle begins at show. In the others each write's place in
+  // its millisecond (counted from the onset, on the port trace's clock)
+  // shows which half it lit or darkened. Preemption of the test only delays
+  // writes, and a periodic interrupt that keeps meeting one edge can delay
+  // all of that edge's writes alike, so the test asks for the half and for
+  // the typical place near the half's start, not for an exact on-time.
   const writes w = from(1);
   ASSERT_GE(w.size(), 4u);
   EXPECT_GE(gap(w[0], w[1]), 520);
-  std::map<long long, int> bins;
+  const unsigned long long onset = alleg_system_us_at(l.onset);
+  std::vector<long long> on, off;
   for (size_t i = 2; i + 1 < w.size(); i += 2) {
     ASSERT_EQ(std::make_pair(w[i].value, w[i + 1].value), std::make_pair(1, 0)) << i;
-    ++bins[gap(w[i], w[i + 1]) / 10];
+    on.push_back(static_cast<long long>(w[i].us - onset) % 1000);
+    off.push_back(static_cast<long long>(w[i + 1].us - onset) % 1000);
   }
-  const auto most = *std::max_element(bins.begin(), bins.end(), [](auto& a, auto& b) { return a.second < b.second; });
-  EXPECT_TRUE(most.second >= 10 && most.first >= 49 && most.first <= 53) << most.first << "0 µs, " << most.second;
+  ASSERT_GE(on.size(), 10u);
+  const auto in_half = [](const std::vector<long long>& v, long long from) {
+    return std::count_if(v.begin(), v.end(), [&](long long p) { return p >= from && p < from + 500; });
+  };
+  EXPECT_GE(in_half(on, 0) * 10, static_cast<long long>(on.size()) * 9);
+  EXPECT_GE(in_half(off, 500) * 10, static_cast<long long>(off.size()) * 9);
+  const auto median = [](std::vector<long long> v) {
+    std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
+    return v[v.size() / 2];
+  };
+  EXPECT_TRUE(median(on) >= 20 && median(on) < 120) << median(on);  // after the 20 µs settling
+  EXPECT_TRUE(median(off) >= 520 && median(off) < 620) << median(off);
 }
