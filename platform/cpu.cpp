@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <sched.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -65,11 +66,28 @@ int set_all(const cpu_set_t& set) {
   return err;
 }
 
-int pin_all(int cpu) {
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  CPU_SET(cpu, &set);
-  return set_all(set);
+// The calling thread (the loop's) alone on cpu, every other thread on the
+// rest of the cores allowed at start-up (on cpu too where there is no
+// rest): the sound, tick and toolkit threads then never take the loop's
+// core at the moment an action falls due.
+int split(int cpu) {
+  cpu_set_t own, rest = start_mask_;
+  CPU_ZERO(&own);
+  CPU_SET(cpu, &own);
+  CPU_CLR(cpu, &rest);
+  if (CPU_COUNT(&rest) == 0) rest = own;
+  const pid_t self = static_cast<pid_t>(syscall(SYS_gettid));
+  int err = 0;
+  if (DIR* d = opendir("/proc/self/task")) {
+    while (dirent* e = readdir(d)) {
+      const pid_t tid = static_cast<pid_t>(atoi(e->d_name));
+      if (tid > 0 && tid != self && sched_setaffinity(tid, sizeof rest, &rest) != 0 && errno != ESRCH && !err)
+        err = errno;
+    }
+    closedir(d);
+  }
+  if (sched_setaffinity(0, sizeof own, &own) != 0 && !err) err = errno;
+  return err;
 }
 
 void say(const std::string& text) {
@@ -159,28 +177,34 @@ int cpu_pin() {
     how = "the least busy";
   }
   const std::string of = " of " + std::to_string(allowed.size());
-  if (const int err = pin_all(cpu)) {
+  if (const int err = split(cpu)) {
     alleg_warning(("cpu: cannot keep the program to one processor: " + std::string(strerror(err))).c_str());
     account_ = "left to the scheduler (" + std::string(strerror(err)) + ")";
     return -1;
   }
-  say("the program keeps to CPU " + std::to_string(cpu) + of + ", " + how);
+  say("the loop keeps CPU " + std::to_string(cpu) + of + " to itself, " + how + "; the other threads use the rest");
   kept_ = cpu;
   spread_ = false;
   return cpu;
 }
 
 void cpu_spread(bool spread) {
-  if (kept_ < 0 || spread == spread_) return;
+  if (kept_ < 0) return;
   if (spread) {
-    if (set_all(start_mask_) != 0) return;
+    if (spread_ || set_all(start_mask_) != 0) return;
     alleg_message("cpu: every core allowed again while real-time (a spinning loop would starve the rest)");
   } else {
-    if (pin_all(kept_) != 0) return;
-    alleg_message("cpu: back on CPU %d", kept_);
+    // Again each time: threads started since (the sound thread and its
+    // device's) took the loop's core from the thread that started them.
+    if (split(kept_) != 0) return;
+    if (spread_) alleg_message("cpu: back on CPU %d", kept_);
   }
   spread_ = spread;
 }
 
 const std::string& cpu_account() { return account_; }
 bool cpu_alone() { return alone_; }
+void cpu_forget() {
+  kept_ = -1;
+  spread_ = false;
+}

@@ -1,3 +1,10 @@
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
 #include "platform/cpu.h"
 #include "platform/priority.h"
 #include "platform/timer.h"
@@ -126,4 +133,55 @@ TEST(Cpu, TheLeastBusyAllowedCoreIsChosen) {
   for (const auto& c : kCases) EXPECT_EQ(cpu_least_busy(before, after, c.allowed), c.want) << c.allowed.size();
   const cpu_times same = cpu_parse_stat("cpu0 1 0 1 10 0 0 0 0\ncpu1 1 0 1 10 0 0 0 0\n");
   EXPECT_EQ(cpu_least_busy(same, same, {0, 1}), 1);
+}
+
+// The calling thread (the loop's) keeps its core to itself; every other
+// thread, one started before and one started after the choice (it inherits
+// the loop's core until the next class is set), uses the rest. Real-time
+// gives every thread every core.
+TEST(Cpu, TheLoopKeepsItsCoreAndTheOtherThreadsTheRest) {
+  cpu_set_t start;
+  ASSERT_EQ(sched_getaffinity(0, sizeof start, &start), 0);
+  if (CPU_COUNT(&start) < 2) GTEST_SKIP() << "one processor allowed";
+  const auto cores = [](pid_t tid) {
+    cpu_set_t s;
+    CPU_ZERO(&s);
+    sched_getaffinity(tid, sizeof s, &s);
+    std::vector<int> v;
+    for (int c = 0; c < CPU_SETSIZE; ++c)
+      if (CPU_ISSET(c, &s)) v.push_back(c);
+    return v;
+  };
+  std::atomic<bool> stop{false};
+  std::atomic<pid_t> tids[2] = {{0}, {0}};
+  const auto helper = [&](int i) {
+    return std::thread([&, i] {
+      tids[i] = static_cast<pid_t>(syscall(SYS_gettid));
+      while (!stop) usleep(1000);
+    });
+  };
+  std::thread before = helper(0);
+  while (!tids[0]) usleep(100);
+  LogCapture log({"-cpu=" + std::to_string(cores(0).back())});
+  const int cpu = cpu_pin();
+  std::thread after = helper(1);
+  while (!tids[1]) usleep(100);
+  std::vector<int> rest = cores(0);
+  EXPECT_EQ(cpu, cores(0).back());
+  EXPECT_EQ(rest, std::vector<int>{cpu});
+  rest.clear();
+  for (int c = 0; c < CPU_SETSIZE; ++c)
+    if (CPU_ISSET(c, &start) && c != cpu) rest.push_back(c);
+  EXPECT_EQ(cores(tids[0]), rest);
+  EXPECT_EQ(cores(tids[1]), std::vector<int>{cpu});
+  cpu_spread(false);
+  EXPECT_EQ(cores(tids[1]), rest);
+  EXPECT_EQ(cores(0), std::vector<int>{cpu});
+  EXPECT_TRUE(log.has("cpu: the loop keeps CPU " + std::to_string(cpu) + " of ")) << log.text();
+  cpu_spread(true);
+  for (pid_t t : {pid_t(0), tids[0].load(), tids[1].load()}) EXPECT_EQ(cores(t).size(), size_t(CPU_COUNT(&start)));
+  cpu_forget();
+  stop = true;
+  before.join();
+  after.join();
 }
