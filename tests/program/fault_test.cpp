@@ -91,6 +91,7 @@ struct FaultInPause : Fault {
   // Starts the program, then presses each key at its time (ms after the
   // second block started).
   harness::Run press_during(const std::vector<std::string>& a, const std::vector<std::pair<long, const char*>>& keys) {
+    unlink(dir.path("results.txt").c_str());  // an earlier run's
     const harness::Started p = harness::start(dir, a);
     const long long t0 = first_block_ended(p);
     for (const auto& k : keys) {
@@ -101,6 +102,7 @@ struct FaultInPause : Fault {
   }
   // Starts the program and sends it sig ms after the second block started.
   harness::Run signal_after(int sig, long ms) {
+    unlink(dir.path("results.txt").c_str());
     const harness::Started p = harness::start(dir, args());
     harness::sleep_until_ms(first_block_ended(p), ms);
     kill(p.pid, sig);
@@ -164,7 +166,7 @@ TEST_F(FaultInPause, ASignalEndsTheTestAsTheExitKeyDoes) {
     const std::string n = std::to_string(sig);
     EXPECT_TRUE(contains(log, "stopped (signal " + n + ")") && contains(log, "exit (signal " + n + ")")) << log;
     expect_log_well_formed();
-    EXPECT_TRUE(has_first(results) && contains(results, "second") && !contains(results, "third")) << results;
+    EXPECT_TRUE(has_first(results) && contains(results, "second") && !contains(results, "third")) << results << log;
   }
   // On an instruction page, which waits for a key.
   dir.write("t.s", kFirstBlock + "instr datei=" + std::string(IXMOD_RESOURCES) + "/anwde.bmp\n");

