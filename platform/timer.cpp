@@ -129,25 +129,33 @@ void alleg_timer_start() {
   running_.store(1);
 }
 
-// The counter is read from the stamps of the ticks at both ends of the
-// second, each the counter at the tick's due time: the spin that waits for
-// the last tick and the tick thread's own wake-up (late while the spin
-// holds the core) add nothing. Read when the second had ended, the counter
-// came out 0.2 % fast on an idle machine, and more when the spin was held
-// off.
+// The ticks fall due on CLOCK_MONOTONIC's milliseconds, so their second is
+// CLOCK_MONOTONIC's: the counter is read against it at both ends of the
+// one-second rest, each reading between two of CLOCK_MONOTONIC close
+// together (a reading that a preemption split is taken again). Read when
+// the spin saw the 1000th tick, the counter came out 0.1-0.25 % fast: the
+// tick thread wakes late while the spin holds its core.
+namespace {
+void counter_at_monotonic(uint64_t& counter, uint64_t& mono) {
+  for (int tries = 0;; ++tries) {
+    const uint64_t before = monotonic_ns();
+    counter = alleg_timer_rdtsc();
+    const uint64_t after = monotonic_ns();
+    mono = before + (after - before) / 2;
+    if (after - before < 20000 || tries == 100) return;
+  }
+}
+}  // namespace
+
 int alleg_rdtsc_init() {
-  int32_t k0, k1;
-  uint64_t s0, s1;
-  snapshot(k0, s0);
-  for (int32_t k = k0; k == k0 && counter_ == system_counter && alleg_timer_rdtsc() - s0 < 5000000ull;)
-    snapshot(k0, s0);  // the start's own stamp lies between ticks: from the next one
-  const uint64_t t0 = alleg_timer_rdtsc();
+  uint64_t c0, m0, c1, m1;
+  counter_at_monotonic(c0, m0);
   alleg_rest(1000);
-  snapshot(k1, s1);
-  if (k1 - k0 >= 1000 && s1 > s0)
-    alleg_timer_frequency((s1 - s0) * 1000ull / static_cast<uint64_t>(k1 - k0));
+  counter_at_monotonic(c1, m1);
+  if (counter_ == system_counter && m1 > m0)
+    alleg_timer_frequency(static_cast<unsigned long long>((c1 - c0) * 1000000000.0L / (m1 - m0) + 0.5L));
   else
-    alleg_timer_frequency(alleg_timer_rdtsc() - t0);
+    alleg_timer_frequency(c1 - c0);  // a counter of the tests' own: against the ticks
   alleg_message("rdtsc: %Lu tics/s", tics_per_s_);
   alleg_message("rdtsc: %Lu tics/ms", static_cast<unsigned long long>(tics_per_ms_));
   alleg_message("rdtsc: %Lu tics/us", static_cast<unsigned long long>(tics_per_us_));

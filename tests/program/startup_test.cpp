@@ -21,8 +21,8 @@ TEST_F(Program, RunsBlocksOfNullStimuliAndExitsWithZero) {
   EXPECT_EQ(lines_with(log, "Running on Linux").size(), 2u) << log;
   const std::vector<std::string> rdtsc = lines_with(log, "rdtsc:");
   ASSERT_EQ(rdtsc.size(), 3u);
-  // The counter counts nanoseconds; its second, measured between two ticks'
-  // stamps, is a second of the tick thread's clock (the same within ppm).
+  // The counter counts nanoseconds; its second, measured against the clock
+  // the ticks fall due on, is the same within ppm.
   const double tics = std::stod(rdtsc[0].substr(rdtsc[0].find("rdtsc: ") + 7));
   EXPECT_NEAR(tics, 1e9, 1e9 * 50e-6) << rdtsc[0];
   for (const char* said :
