@@ -52,16 +52,24 @@ long ms_since(const timespec& t0) {
   return (now.tv_sec - t0.tv_sec) * 1000 + (now.tv_nsec - t0.tv_nsec) / 1000000;
 }
 
-// Every thread there is now; the ones started later inherit the mask.
-int set_all(const cpu_set_t& set) {
+// Every thread but the caller's, of those there now (one started later
+// takes its starter's mask).
+int set_others(const cpu_set_t& set) {
+  const pid_t self = static_cast<pid_t>(syscall(SYS_gettid));
   int err = 0;
   if (DIR* d = opendir("/proc/self/task")) {
     while (dirent* e = readdir(d)) {
       const pid_t tid = static_cast<pid_t>(atoi(e->d_name));
-      if (tid > 0 && sched_setaffinity(tid, sizeof set, &set) != 0 && errno != ESRCH && !err) err = errno;
+      if (tid > 0 && tid != self && sched_setaffinity(tid, sizeof set, &set) != 0 && errno != ESRCH && !err)
+        err = errno;
     }
     closedir(d);
   }
+  return err;
+}
+
+int set_all(const cpu_set_t& set) {
+  int err = set_others(set);
   if (sched_setaffinity(0, sizeof set, &set) != 0 && !err) err = errno;
   return err;
 }
@@ -76,16 +84,7 @@ int split(int cpu) {
   CPU_SET(cpu, &own);
   CPU_CLR(cpu, &rest);
   if (CPU_COUNT(&rest) == 0) rest = own;
-  const pid_t self = static_cast<pid_t>(syscall(SYS_gettid));
-  int err = 0;
-  if (DIR* d = opendir("/proc/self/task")) {
-    while (dirent* e = readdir(d)) {
-      const pid_t tid = static_cast<pid_t>(atoi(e->d_name));
-      if (tid > 0 && tid != self && sched_setaffinity(tid, sizeof rest, &rest) != 0 && errno != ESRCH && !err)
-        err = errno;
-    }
-    closedir(d);
-  }
+  int err = set_others(rest);
   if (sched_setaffinity(0, sizeof own, &own) != 0 && !err) err = errno;
   return err;
 }
@@ -178,7 +177,7 @@ int cpu_pin() {
   }
   const std::string of = " of " + std::to_string(allowed.size());
   if (const int err = split(cpu)) {
-    alleg_warning(("cpu: cannot keep the program to one processor: " + std::string(strerror(err))).c_str());
+    alleg_warning(("cpu: cannot keep a processor for the loop: " + std::string(strerror(err))).c_str());
     account_ = "left to the scheduler (" + std::string(strerror(err)) + ")";
     return -1;
   }
