@@ -89,10 +89,11 @@ uint64_t monotonic_ns() {
 // never drifts, and stamps each tick with its due time on the counter, so a
 // late wake-up does not hold the clock back.
 // The thread wakes half a millisecond after each due time: actions fall due
-// on the millisecond, and the loop that spins to one shares its core with
-// this thread; woken on the millisecond, the thread would take the core from
-// the loop at the very moment the action is due. The clock reads the same,
-// as the loop reads past the last tick by the counter.
+// on the millisecond, and where the loop that spins to one shares its core
+// with this thread (one processor, or `cpu = none`), a thread woken on the
+// millisecond would take the core from the loop at the very moment the
+// action is due. The clock reads the same, as the loop reads past the last
+// tick by the counter.
 void* tick_loop(void*) {
   const uint64_t kPhaseNs = 500000;
   uint64_t due = monotonic_ns() + 1000000ull;
