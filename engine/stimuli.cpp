@@ -30,6 +30,12 @@
 
 namespace {
 const int kMaxStimuli = 3000;
+// The last stretch before an action's due time is spun without polling. A
+// poll may take a tenth of a millisecond and more (the X input pass, the
+// display's completion events); one begun just before the due time would
+// make the action as late. A key that comes in the stretch is taken by the
+// first poll after the action.
+const long long kSpinUs = 150;
 
 int next_block_ = 0;
 int blocks_run_ = 0;
@@ -228,7 +234,8 @@ int stimuli::run(long start) {
     const long slack = a.type == aktion::SHOW ? s->pstime() : 0;
     const bool last_hide = k == n_aktionen_ - 1 && a.type == aktion::HIDE;
     long late = alleg_get_timer() - due;
-    while (slack + late < 0) {
+    const long long spin_from = static_cast<long long>(due - slack) * 1000 - kSpinUs;
+    while (slack + late < 0 && static_cast<long long>(alleg_get_utimer()) < spin_from) {
       if (idle() != 0) {
         // Trials not yet reacted to are neither evaluated nor saved.
         for (int j = k; j < n_aktionen_; ++j) {
