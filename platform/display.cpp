@@ -312,7 +312,7 @@ unsigned display_present_after(unsigned base, long frames, int tag) {
     // The show has not reached the screen yet. Once its blank is half a
     // frame past without word of it, it reaches a later one: the hide
     // counts from the first it can still reach, not from the one missed.
-    from = d.target_msc;
+    from = d.sent_msc;
     const unsigned long long now = alleg_system_us();
     if (from && now > present_ust_of(from) + static_cast<unsigned long long>(alleg_refresh_time() * 500))
       from = std::max(from, static_cast<unsigned long long>(present_msc_at(now)));
@@ -343,7 +343,7 @@ unsigned long long display_frame_msc(unsigned frame) {
   std::lock_guard<std::mutex> hold(present_lock_);
   present_done d;
   if (present_result(frame, d) < 0) return 0;
-  return d.msc ? d.msc : d.target_msc;
+  return d.msc ? d.msc : d.sent_msc;
 }
 
 unsigned long long display_msc_time(unsigned long long msc) {

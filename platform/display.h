@@ -38,7 +38,7 @@ unsigned display_last_frame();
 int display_onset(unsigned frame, unsigned long long& us);
 // What the server told of a frame (false: nothing yet or no such frame).
 bool display_frame_told(unsigned frame, present_done& d);
-// A frame's vertical blank (reached or asked for), the test clock of a
+// A frame's vertical blank (reached, or handed over for), the test clock of a
 // vertical blank, and presenting at a given one (films).
 unsigned long long display_frame_msc(unsigned frame);
 unsigned long long display_msc_time(unsigned long long msc);

@@ -130,7 +130,7 @@ void completed(const xcb_present_complete_notify_event_t* e) {
   en.d.mode = e->mode;
   en.d.late = en.timed && e->msc > en.d.target_msc ? static_cast<int>(e->msc - en.d.target_msc) : 0;
   if (e->mode == XCB_PRESENT_COMPLETE_MODE_SKIP) return;
-  if (en.d.late > 0 && en.notice_us < clock_.period_us())
+  if (e->msc > en.d.sent_msc && en.notice_us < clock_.period_us())
     lead_us_ = std::max(lead_us_, std::min(clock_.period_us(), en.notice_us + 1500));
   if (en.d.late > 0 && !measuring_) {
     ++missed_;
@@ -326,13 +326,14 @@ unsigned send(uint64_t target, uint64_t next, bool timed, int tag, uint64_t now)
   if (serial_ == 0) serial_ = 2;
   const uint64_t blank = target ? target : next;
   for (entry& e : ring_)
-    if (e.serial && !e.done && e.d.target_msc == blank && !e.replaced_by) e.replaced_by = serial_;
+    if (e.serial && !e.done && e.d.sent_msc == blank && !e.replaced_by) e.replaced_by = serial_;
   entry& en = slot_of(serial_);
   en = entry{};
   en.serial = serial_;
   en.tag = tag;
   en.timed = timed;
   en.d.target_msc = blank;
+  en.d.sent_msc = blank;
   en.notice_us = static_cast<double>(clock_.ust_of(blank)) - static_cast<double>(now);
   const box& st = b->stale;
   if (st.x0 < st.x1)
@@ -367,11 +368,15 @@ unsigned present_frame(uint64_t target_msc, int tag) {
   // A frame for no particular blank goes at the next (it is never late); a
   // timed one no sooner than the server can take it.
   const bool timed = target_msc != 0;
+  const uint64_t asked = target_msc;
   const uint64_t now = alleg_system_us();
   const uint64_t next = clock_.msc_at(now);
   if (timed) target_msc = std::max(target_msc, clock_.msc_at(now + static_cast<uint64_t>(lead_us_)));
   const unsigned f = send(target_msc, next, timed, tag, now);
   if (!f) return 0;
+  // Handed over too late for the blank asked for (the drawing took long,
+  // the loop came late): it is late by the blanks between.
+  if (timed) slot_of(f).d.target_msc = asked;
   // A frame already waiting for a later blank holds older drawing than this
   // one: the canvas goes again for that blank, in its place.
   const uint64_t mine = timed ? target_msc : next;

@@ -10,6 +10,8 @@ struct _XDisplay;
 
 struct present_done {
   uint64_t target_msc = 0;  // the vertical blank asked for (0: the next)
+  uint64_t sent_msc = 0;    // the one it was handed over for: later where it
+                            // was handed over too late for the one asked
   uint64_t msc = 0;         // the one the frame reached the screen at
   uint64_t ust = 0;         // CLOCK_MONOTONIC us of that vertical blank
   int mode = -1;            // 0 copy, 1 flip, 2 skip, 3 copy (suboptimal)
