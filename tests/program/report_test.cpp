@@ -95,8 +95,8 @@ TEST_F(Report, CountsWhatTheParticipantDidAndSurvivesAnEndedBlock) {
         << results;
   EXPECT_TRUE(saved[1].first == 1 && saved[2].first == 1 && saved[3].first == 2 && saved[4].first == 0) << results;
   const std::string html = dir.read("rep/t-report.html");
+  // Its labels escaped (what else the page says: unit Report tests).
   EXPECT_TRUE(contains(html, "<h3>spät &amp; &lt;früh&gt;</h3>")) << html;
-  EXPECT_TRUE(contains(html, "<h3>anders</h3>\n<p>No correct reactions.</p>")) << html;
   EXPECT_FALSE(dir.exists("rep/t-report.tsv.tmp"));
 }
 
