@@ -85,16 +85,10 @@ TEST_F(Crossmodal, ASessionIsShownHeardAnsweredAndCounted) {
   EXPECT_EQ(r.status, 0) << log;
   EXPECT_TRUE(contains(log, "Block: 0 - Richtige: 2 - Fehler: 0 - Auslassungen: 0")) << log;
   // Catch trials without a press save nothing.
-  std::istringstream lines(results);
-  for (const int want : {1, 3}) {
-    std::string l;
-    std::getline(lines, l);
-    int n, reaktion;
-    long rt;
-    char uv[20];
-    ASSERT_EQ(sscanf(l.c_str(), "%d %19s %d %ld", &n, uv, &reaktion, &rt), 4) << results;
-    EXPECT_TRUE(n == want && std::string(uv) == "passt" && reaktion == 1) << results;
-  }
+  const std::vector<Saved> saved = saved_lines(results);
+  ASSERT_EQ(saved.size(), 2u) << results;
+  for (const int i : {0, 1})
+    EXPECT_TRUE(saved[i].nummer == 1 + 2 * i && saved[i].uv == "passt" && saved[i].reaktion == 1) << results;
   // High, low, low, as far apart as the onsets the program recorded, which
   // are 3 s apart as scheduled unless a sound was reported late.
   const std::vector<tone> f = tones(dir.read("sound.raw"));

@@ -30,6 +30,19 @@ inline std::vector<std::vector<std::string>> timing_shows(const std::string& tsv
   return out;
 }
 
+// The results lines "nummer uv reaktion reakzeit ..." of a run.
+struct Saved { int nummer, reaktion; std::string uv; long reakzeit; };
+inline std::vector<Saved> saved_lines(const std::string& results) {
+  std::vector<Saved> out;
+  std::istringstream s(results);
+  for (std::string l; std::getline(s, l);) {
+    Saved v{};
+    char uv[40];
+    if (sscanf(l.c_str(), "%d %39s %d %ld", &v.nummer, uv, &v.reaktion, &v.reakzeit) == 4) out.push_back((v.uv = uv, v));
+  }
+  return out;
+}
+
 struct ProgramTest : ::testing::Test {
   void SetUp() override {
     dir.write("t.lst", "0\n");
@@ -55,10 +68,11 @@ struct ProgramTest : ::testing::Test {
     return finish(harness::start(dir, a, env));
   }
 
-  harness::Run finish(const harness::Started& p) {
+  // Waits for the program, which should end by `signal` (0: by itself).
+  harness::Run finish(const harness::Started& p, int signal = 0) {
     harness::Run r = harness::finish(p, 60);
     EXPECT_FALSE(r.timed_out);
-    EXPECT_EQ(r.signal, 0) << r.err;
+    EXPECT_EQ(r.signal, signal) << r.err;
     log = dir.exists("t.log") ? dir.read("t.log") : "";
     results = dir.exists("results.txt") ? dir.read("results.txt") : "";
     return r;

@@ -80,16 +80,6 @@ TEST_F(Shape, SizePresetsAreReadWithTheFigureChosenSoFar) {
   }
 }
 
-TEST_F(Shape, InvalidColourRejectsTheLine) {
-  LogCapture log;
-  for (const auto& [attrs, report] : std::vector<std::pair<const char*, const char*>>{
-           {"color=6", "shape: invalid color index: 6"}, {"shape=1 color=-1 filled=2", "shape: invalid color index: -1"}}) {
-    EXPECT_EQ(_shape(attrs), nullptr) << attrs;
-    EXPECT_TRUE(log.has(report)) << attrs;
-  }
-  EXPECT_EQ(make("color=0")->color + make("color=5")->color, 5);
-}
-
 TEST_F(Shape, HatchingNeedsThePattern) {
   LogCapture log;
   auto s = make("shape=1 filled=1");
@@ -114,8 +104,12 @@ TEST_F(Shape, InitSetsTheBackgroundFromItsLastValue) {
   EXPECT_EQ(at(screen, 400, 300), rgb(200, 128, 128));
 }
 
-TEST_F(Shape, UnknownFigureAndImpossibleSizesAreReported) {
+TEST_F(Shape, InvalidColourUnknownFigureAndImpossibleSizesAreReported) {
   LogCapture log;
+  for (const auto& [attrs, report] : std::vector<std::pair<const char*, const char*>>{
+           {"color=6", "shape: invalid color index: 6"}, {"shape=1 color=-1 filled=2", "shape: invalid color index: -1"}})
+    EXPECT_TRUE(_shape(attrs) == nullptr && log.has(report)) << attrs;
+  EXPECT_EQ(make("color=0")->color + make("color=5")->color, 5);
   EXPECT_EQ(make("shape=7")->preshow(), -1);
   EXPECT_TRUE(log.has("shape 7: unknown shape"));
   for (const char* attrs : {"radius=0", "radius=-0.1", "radius=1e30", "radius=nan"}) {

@@ -44,11 +44,16 @@ struct Trigger : ::testing::Test {
   LogCapture log{{port.arg()}};
 };
 
-TEST_F(Trigger, InputAndShowNamesAreExact) {
+// The box on LPT1 is polled with its data lines high: a warning when the
+// trigger output is there too.
+TEST_F(Trigger, InputAndShowNamesAreExactAndAckOnTheTriggerOutputsPortIsWarnedAbout) {
   EXPECT_EQ(trigger_init("space", "Yes"), 0);
   EXPECT_EQ(std::make_tuple(trigger_init("Space", "yes"), trigger_init("none", "maybe")), std::make_tuple(-1, -1));
   EXPECT_TRUE(log.has(": trigger_init: Invalid argument") && log.has(": Space: Invalid argument") &&
               log.has("maybe: Invalid argument"));
+  trigger_init(TRIGGER_ACK, 0);
+  EXPECT_EQ(std::make_tuple(trigger_shares_port(1), trigger_shares_port(-1), trigger_shares_port(0)), std::make_tuple(0, 0, 1));
+  EXPECT_TRUE(log.has("warning: 0: trigger-input ack: the response box on LPT1 is polled"));
 }
 
 // How each wait ends, when, and who may stop it: an untimed wait for the
@@ -88,14 +93,6 @@ TEST_F(Trigger, WaitsEndWithTheTriggerTheTimeOrX) {
     EXPECT_EQ(t.find("stopped") != std::string::npos, std::string(c.logged).rfind("stopped", 0) == 0) << t;
     EXPECT_TRUE(c.left < 0 || keys.size() == static_cast<size_t>(c.left)) << keys.size();
   }
-}
-
-// The box on LPT1 is polled with its data lines high: a warning when the
-// trigger output is there too.
-TEST_F(Trigger, AckInputOnTheTriggerOutputsPortIsWarnedAbout) {
-  trigger_init(TRIGGER_ACK, 0);
-  EXPECT_EQ(std::make_tuple(trigger_shares_port(1), trigger_shares_port(-1), trigger_shares_port(0)), std::make_tuple(0, 0, 1));
-  EXPECT_TRUE(log.has("warning: 0: trigger-input ack: the response box on LPT1 is polled"));
 }
 
 TEST_F(Trigger, UntimedAckWaitEndsOnlyWithTheLineOrAReadError) {
