@@ -11,8 +11,16 @@ pulse_pid=""
 # user may, it runs at a real-time priority, as a sound server does on a
 # desktop (the sink's thread asks for one itself, above a spinning
 # real-time benchmark at 50; the main thread and the recorder through chrt).
+# IXMOD_BENCH_SOUND_RT=no keeps all of it at normal priority instead: its
+# real-time threads run on whichever core they can take at once, often the
+# run loop's (docs/platform.md, "Processor").
 pulse_rt=""
-chrt -f 60 true 2>/dev/null && pulse_rt="chrt -f 60"
+pulse_realtime=yes
+if [ "${IXMOD_BENCH_SOUND_RT:-yes}" = no ]; then
+  pulse_realtime=no
+elif chrt -f 60 true 2>/dev/null; then
+  pulse_rt="chrt -f 60"
+fi
 
 pulse_start() {
   local dir=$1 rate=$2
@@ -20,12 +28,12 @@ pulse_start() {
   # Private to this run: its own HOME, runtime and state folders and
   # socket, no default script, no idle exit.
   mkdir -p "$dir/run" "$dir/state" "$dir/.config/pulse"
-  printf 'realtime-priority = 70\n' >"$dir/.config/pulse/daemon.conf"
+  printf 'realtime-priority = 70\nrealtime-scheduling = %s\n' "$pulse_realtime" >"$dir/.config/pulse/daemon.conf"
   export HOME="$dir" XDG_RUNTIME_DIR="$dir/run" XDG_CONFIG_HOME="$dir/.config" PULSE_RUNTIME_PATH="$dir/run" \
     PULSE_STATE_PATH="$dir/state" PULSE_SERVER="unix:$dir/pulse.sock"
   unset PULSE_SINK PULSE_SOURCE
   pulseaudio -n --daemonize=no --use-pid-file=no --exit-idle-time=-1 --log-target=stderr --log-level=info \
-    --realtime=yes --high-priority=yes \
+    --realtime=$pulse_realtime --high-priority=$pulse_realtime \
     -L "module-native-protocol-unix socket=$dir/pulse.sock auth-anonymous=1" \
     -L "module-null-sink sink_name=bench rate=$rate channels=2 format=s16le" >"$dir/pulse.log" 2>&1 &
   pulse_pid=$!
@@ -55,9 +63,15 @@ pulse_stop() {
   pulse_pid=""
 }
 
+# The server's threads and their scheduling, e.g. "pulseaudio FF 60, null-sink FF 70".
+pulse_threads() {
+  ps -L -o comm=,cls=,rtprio= -p "$pulse_pid" 2>/dev/null |
+    awk '{ printf "%s%s %s%s", sep, $1, $2, ($3 == "-" ? "" : " " $3); sep = ", " }'
+}
+
 sound_output() {
   if pulse_start "$1" 44100; then
-    echo "sound output: a private PulseAudio null sink (paced)"
+    echo "sound output: a private PulseAudio null sink (paced); its threads: $(pulse_threads)"
   else
     printf 'pcm.!default { type file slave.pcm "null" file "%s/sound.raw" format "raw" }\n' "$1" >"$1/.asoundrc"
     export HOME="$1"
