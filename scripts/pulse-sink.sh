@@ -63,7 +63,7 @@ pulse_stop() {
   pulse_pid=""
 }
 
-# The server's threads and their scheduling, e.g. "pulseaudio FF 60, null-sink FF 70".
+# The server's threads and their scheduling, e.g. "pulseaudio FF 60, null-sink RR 70".
 pulse_threads() {
   ps -L -o comm=,cls=,rtprio= -p "$pulse_pid" 2>/dev/null |
     awk '{ printf "%s%s %s%s", sep, $1, $2, ($3 == "-" ? "" : " " $3); sep = ", " }'
