@@ -16,15 +16,18 @@ struct Sample {
   std::vector<int> clock;    // lit pixels round the dial at 0, 15, 30, 45 minutes
 };
 
-// Start of each stimulus's show and hide in the timing trace, by trial.
+// When each stimulus's show and hide reached the screen, by trial: the
+// timing trace's UST of the frame, else the action's start.
 struct Window { long long show = 0, hide = 0; };
 std::map<int, Window> windows(const std::string& tsv) {
   std::map<int, Window> w;
   std::istringstream s(tsv);
   for (std::string l; std::getline(s, l);) {
     const std::vector<std::string> c = cells(l);
-    if (c.size() >= 10 && (c[3] == "show" || c[3] == "hide"))
-      (c[3] == "show" ? w[std::stoi(c[1])].show : w[std::stoi(c[1])].hide) = std::stoll(c[9]);
+    if (c.size() >= 15 && (c[3] == "show" || c[3] == "hide")) {
+      const long long ust = std::stoll(c[14]);
+      (c[3] == "show" ? w[std::stoi(c[1])].show : w[std::stoi(c[1])].hide) = ust ? ust : std::stoll(c[9]);
+    }
   }
   return w;
 }
